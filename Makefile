@@ -1,0 +1,47 @@
+# Thin wrapper over CMake. Builds land in build/ (plain), build-sanitize/
+# (AddressSanitizer and UndefinedBehaviorSanitizer) and build-fuzz/ (clang).
+JOBS ?= 2
+CMAKE ?= cmake
+CTEST ?= ctest
+
+.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean
+
+all: build
+
+build:
+	$(CMAKE) -S . -B build -DKELVO_SANITIZE=OFF
+	$(CMAKE) --build build -j $(JOBS)
+
+build-sanitize:
+	$(CMAKE) -S . -B build-sanitize -DKELVO_SANITIZE=ON
+	$(CMAKE) --build build-sanitize -j $(JOBS)
+
+test-plain: build
+	cd build && $(CTEST) -j $(JOBS) --output-on-failure --timeout 600
+
+test-sanitize: build-sanitize
+	cd build-sanitize && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  $(CTEST) -j $(JOBS) --output-on-failure --timeout 900
+
+# The whole suite, plain and sanitized; fails if either run has a failure.
+test:
+	@status=0; \
+	$(MAKE) --no-print-directory test-plain || status=1; \
+	$(MAKE) --no-print-directory test-sanitize || status=1; \
+	if [ $$status -eq 0 ]; then echo "make test: plain and sanitized suites passed"; \
+	else echo "make test: FAILED"; fi; \
+	exit $$status
+
+fuzz:
+	$(CMAKE) -S . -B build-fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+	  -DKELVO_FUZZ=ON -DKELVO_TESTS=OFF
+	$(CMAKE) --build build-fuzz -j $(JOBS)
+
+bench:
+	$(CMAKE) -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DKELVO_BENCH=ON -DKELVO_TESTS=OFF
+	$(CMAKE) --build build-bench -j $(JOBS)
+	@echo "no benchmarks yet"
+
+clean:
+	rm -rf build build-sanitize build-fuzz build-bench

@@ -1,0 +1,29 @@
+// Mask text and mask record: six maps of 256 bits (product, event,
+// component, class, function, trace point), 192 bytes in all.
+#ifndef KELVO_TRCMASK_H
+#define KELVO_TRCMASK_H
+
+constexpr int trcMaskBytes = 192;
+constexpr int trcMaskMapBytes = 32;
+// Longest text of trcMaskToStr, without the terminating zero.
+constexpr int trcMaskTextMax = 3659;
+
+// 0 on success, -1 on refused text (mask then undefined).
+int trcStrToMask(const char* text, unsigned char* mask);
+// Crash mask text: the first field is skipped, the rest fills maps 0 upward.
+int trcCrashStrToMask(const char* text, unsigned char* mask);
+// Canonical text of a mask; returns its length. buffer holds trcMaskTextMax + 1.
+int trcMaskToStr(unsigned char* mask, char* buffer);
+
+// True if the record with these six identifier bytes passes the mask.
+inline bool trcMaskSelects(const unsigned char* mask, const unsigned char ids[6])
+{
+    for (int map = 0; map < 6; ++map) {
+        unsigned v = ids[map];
+        if (!(mask[map * trcMaskMapBytes + (v >> 3)] & (1u << (v & 7))))
+            return false;
+    }
+    return true;
+}
+
+#endif
