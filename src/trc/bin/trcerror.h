@@ -2,17 +2,25 @@
 #ifndef KELVO_TRCERROR_H
 #define KELVO_TRCERROR_H
 
+// What a report calls to end the process; the commands pass exit, or null
+// when the caller goes on after the report.
 using trcExitFunction_t = void (*)(int);
 
 // Name of the running program without directories; "???" until set.
 extern const char* trcPgmName;
 
-// Points trcPgmName behind the last '/' of path (into the caller's string).
+// Points trcPgmName behind the last '/' of path (into the caller's string,
+// nothing is copied); a null path leaves the name as it is.
 void trcErrorName(const char* path);
 
 // Prints the formatted text and "\n" on standard output, then calls
-// exitFunction(1) if one is given. trcErrorSys adds the errno line.
+// exitFunction(1) if one is given, else returns. The format is usually a
+// message from trcMsgGet.
 void trcError(trcExitFunction_t exitFunction, const char* format, ...);
+
+// As trcError, but adds a line with the errno found on entry: message 415
+// for a positive value, 416 with the value negated for a negative one, an
+// empty line for zero.
 void trcErrorSys(trcExitFunction_t exitFunction, const char* format, ...);
 
 #endif
