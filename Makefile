@@ -40,8 +40,8 @@ fuzz:
 
 bench:
 	$(CMAKE) -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DKELVO_BENCH=ON -DKELVO_TESTS=OFF
-	$(CMAKE) --build build-bench -j $(JOBS)
-	@echo "no benchmarks yet"
+	$(CMAKE) --build build-bench -j $(JOBS) --target bench_writer
+	./build-bench/bench/bench_writer
 
 clean:
 	rm -rf build build-sanitize build-fuzz build-bench

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#define KELVO_EXPORT __attribute__((visibility("default")))
+#include "trcexport.h"
 
 namespace {
 constexpr char noLevel[] = ".......";
