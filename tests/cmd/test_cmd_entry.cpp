@@ -64,18 +64,3 @@ TEST(CommandEntry, AnyProgramNameGivesTheSameAnswers)
         EXPECT_EQ(run.status, 1);
     }
 }
-
-// Words of commands whose functions are not written yet are not in the
-// command table, so they are answered as unknown words. Delete a word from
-// this list when its command lands (and this test when the list is empty).
-TEST(CommandEntry, CommandsNotYetInTheTableAreUnknown)
-{
-    for (const char* word : {"chg", "change", "clr", "clear", "dmp", "dump", "flw", "flow",
-                             "fmt", "format", "inf", "info", "information", "off", "on",
-                             "web_buffer_info"}) {
-        const auto run = runTool({word, "help"});
-        EXPECT_EQ(run.out, unknownWord()) << word;
-        EXPECT_EQ(run.err, "");
-        EXPECT_EQ(run.status, 1);
-    }
-}

@@ -7,4 +7,18 @@ struct trcCommandInfo_t {
     int command;
 };
 
+// The command functions: each takes the argument count less one and the
+// arguments from the command word on, and returns the exit status. A
+// failure is reported and ends the process with status 1.
+int mainOn(int count, char** args);
+int mainChg(int count, char** args);
+int mainOff(int count);
+int mainClr(int count, char** args);
+int mainDmp(int count, char** args);
+// Prints the web line when info says web_buffer_info (11); 0 otherwise.
+int mainWeb(int count, char** args, trcCommandInfo_t* info);
+// The web line of the live buffer: 0 when complete, 1 when there is no
+// trace or it cannot be read.
+int WebBufferInfo();
+
 #endif

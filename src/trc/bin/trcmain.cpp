@@ -33,7 +33,46 @@ constexpr int onCommand = 8;
 //     { return mainF(count, args, info->command, info); }
 // A word without a row is answered as an unknown word. The last row, with no
 // word, ends the table.
+int runChg(int count, char** args, trcCommandInfo_t* /*info*/)
+{
+    return mainChg(count, args);
+}
+
+int runClr(int count, char** args, trcCommandInfo_t* /*info*/)
+{
+    return mainClr(count, args);
+}
+
+int runDmp(int count, char** args, trcCommandInfo_t* /*info*/)
+{
+    return mainDmp(count, args);
+}
+
+int runOff(int count, char** /*args*/, trcCommandInfo_t* /*info*/)
+{
+    return mainOff(count);
+}
+
+int runOn(int count, char** args, trcCommandInfo_t* /*info*/)
+{
+    return mainOn(count, args);
+}
+
+int runWeb(int count, char** args, trcCommandInfo_t* info)
+{
+    return mainWeb(count, args, info);
+}
+
 const trcCommand_t commandTable[] = {
+    {"chg", 1, runChg},
+    {"change", 1, runChg},
+    {"clr", 2, runClr},
+    {"clear", 2, runClr},
+    {"dmp", 3, runDmp},
+    {"dump", 3, runDmp},
+    {"off", 7, runOff},
+    {"on", 8, runOn},
+    {"web_buffer_info", 11, runWeb},
     {nullptr, 0, nullptr},
 };
 

@@ -1,0 +1,230 @@
+// `kelvo on`: turns the command line into the settings of a new trace,
+// settles where its records go and how much memory it takes, and starts it.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "kelvo/facility.h"
+#include "trc.h"
+#include "trcentry.h"
+#include "trcerror.h"
+#include "trcmask.h"
+#include "trcmsg.h"
+#include "trcopts.h"
+
+namespace {
+
+constexpr int usageOn = 8;
+constexpr int msgEndOfArguments = 101;
+constexpr int msgIncorrectOption = 102;
+constexpr int msgBufferSize = 106;
+constexpr int msgFileNameTooLong = 114;
+constexpr int msgInitialWithNative = 115;
+constexpr int msgSizeWithNative = 116;
+constexpr int msgAlreadyOn = 205;
+constexpr int msgTurnedOn = 336;
+constexpr int msgTimedOut = 408;
+constexpr int msgNoResources = 414;
+constexpr int msgUnexpected = 417;
+constexpr int msgMmioAlone = 419;
+
+constexpr int statusAlreadyOn = 123;
+constexpr long defaultBufferSize = 0x100000;
+constexpr long sizeNotGiven = -1;
+constexpr size_t fileNameLimit = 256;
+// Product 1, events 50 and 51: the records that the MMIO trace takes.
+constexpr const char* mmioMask = "1.50,51.*.*";
+
+constexpr uint32_t anyDestination = TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE | TRC_DEST_MMIO;
+constexpr uint32_t anyRetention = TRC_KEEP_LAST | TRC_KEEP_INITIAL;
+constexpr uint32_t sizedDestination = TRC_DEST_SHARED | TRC_DEST_FILE;
+
+// Everything trcOn takes.
+struct trcOnArgs_t {
+    trcTraceParams_t params;
+    const char* fileName;
+    long bufferSize;
+};
+
+void setDefaults(trcOnArgs_t* on)
+{
+    trcTraceParams_t& p = on->params;
+    std::memset(p.mask, 0xFF, sizeof p.mask);
+    p.pid = -1;
+    p.tid = -1;
+    p.cpid = -1;
+    p.thisPointer = 0;
+    p.returnCode = 0;
+    p.maxSevereErrors = 1;
+    p.maxRecordSize = 32768;
+    p.flags = TRC_NO_POINTER_CHECK;
+    std::memset(p.crashMask, 0, sizeof p.crashMask);
+    std::memset(p.pauseMask, 0, sizeof p.pauseMask);
+    p.pauseAttrib = -1;
+    p.maskGiven = false;
+    on->fileName = "";
+    on->bufferSize = sizeNotGiven;
+}
+
+// -l and -i: a next word that does not begin with '-' is their size.
+void readRetention(int count, char** args, int* at, uint32_t bit, trcOnArgs_t* on)
+{
+    on->params.flags |= bit;
+    *at += 1;
+    if (*at < count && args[*at][0] != '-') {
+        on->bufferSize = strToLong(args[*at]);
+        if (on->bufferSize == -1) {
+            usage(usageOn, msgBufferSize);
+        }
+        *at += 1;
+    }
+}
+
+void readFileName(int count, char** args, int* at, trcOnArgs_t* on)
+{
+    if (*at + 1 >= count) {
+        usage(usageOn, msgEndOfArguments);
+    }
+    on->fileName = args[*at + 1];
+    if (std::strlen(on->fileName) >= fileNameLimit) {
+        usage(usageOn, msgFileNameTooLong);
+    }
+    on->params.flags |= TRC_DEST_FILE;
+    *at += 2;
+}
+
+// Options without a value that only set a bit of flags; -debug clears one.
+bool readSwitch(const char* word, trcOnArgs_t* on)
+{
+    uint32_t& flags = on->params.flags;
+    if (std::strcmp(word, "-debug") == 0) {
+        flags &= ~static_cast<uint32_t>(TRC_NO_POINTER_CHECK);
+    } else if (std::strcmp(word, "-s") == 0) {
+        flags |= TRC_DEST_SHARED;
+    } else if (std::strcmp(word, "-n") == 0) {
+        flags |= TRC_DEST_NATIVE;
+    } else if (std::strcmp(word, "-t") == 0) {
+        flags |= TRC_OPTION_T;
+    } else if (std::strcmp(word, "-mmio") == 0) {
+        flags |= TRC_DEST_MMIO;
+        // A -m before it wins; one after it replaces this mask.
+        if (!on->params.maskGiven) {
+            trcStrToMask(mmioMask, on->params.mask);
+        }
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void readOption(int count, char** args, int* at, trcOnArgs_t* on)
+{
+    const char* word = args[*at];
+    if (trcParseSharedOption(count, args, at, usageOn, &on->params)) {
+        return;
+    }
+    if (std::strcmp(word, "-f") == 0) {
+        readFileName(count, args, at, on);
+    } else if (std::strcmp(word, "-l") == 0) {
+        readRetention(count, args, at, TRC_KEEP_LAST, on);
+    } else if (std::strcmp(word, "-i") == 0) {
+        readRetention(count, args, at, TRC_KEEP_INITIAL, on);
+    } else if (readSwitch(word, on)) {
+        *at += 1;
+    } else {
+        usage(usageOn, msgIncorrectOption);
+    }
+}
+
+// The native and MMIO destinations take no memory of their own, so a size
+// and the keeping of the initial records make no sense for them. The MMIO
+// trace goes alone; a native one may have shared memory or a file beside it,
+// which then get the default size.
+void resolveUnsized(trcOnArgs_t* on)
+{
+    const uint32_t flags = on->params.flags;
+    if (flags & TRC_KEEP_INITIAL) {
+        usage(usageOn, msgInitialWithNative);
+    }
+    if (flags & TRC_DEST_MMIO) {
+        if ((flags & (TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE)) || on->bufferSize > 0) {
+            usage(usageOn, msgMmioAlone);
+        }
+        if (on->bufferSize == 0) {
+            usage(usageOn, msgSizeWithNative);
+        }
+        on->bufferSize = 0;
+    } else if (on->bufferSize != sizeNotGiven) {
+        usage(usageOn, msgSizeWithNative);
+    }
+}
+
+void resolve(trcOnArgs_t* on)
+{
+    uint32_t& flags = on->params.flags;
+    if (!(flags & anyDestination)) {
+        flags |= TRC_DEST_SHARED;
+    }
+    if (!(flags & anyRetention)) {
+        flags |= TRC_KEEP_LAST;
+    }
+    if (flags & (TRC_DEST_NATIVE | TRC_DEST_MMIO)) {
+        resolveUnsized(on);
+    }
+    if (on->bufferSize == sizeNotGiven) {
+        on->bufferSize = (flags & sizedDestination) ? defaultBufferSize : 0;
+    }
+}
+
+int reportOnFailure()
+{
+    switch (errno) {
+    case EAGAIN:
+        trcError(std::exit, trcMsgGet(msgTimedOut));
+        break;
+    case ENOMEM:
+        trcError(std::exit, trcMsgGet(msgNoResources));
+        break;
+    case EEXIST:
+        // No exit here: the command ends with a status of its own.
+        trcError(nullptr, trcMsgGet(msgAlreadyOn));
+        return statusAlreadyOn;
+    case EINVAL:
+        usage(usageOn, msgBufferSize);
+    default:
+        trcErrorSys(std::exit, trcMsgGet(msgUnexpected));
+        break;
+    }
+    return 1;
+}
+
+int startTrace(const trcOnArgs_t& on)
+{
+    const trcTraceParams_t& p = on.params;
+    const int32_t result =
+        trcOn(0, p.mask, p.pid, p.tid, p.cpid, p.thisPointer, p.returnCode, p.maxSevereErrors,
+              p.maxRecordSize, p.flags, p.crashMask, p.pauseMask, p.pauseAttrib, on.fileName,
+              static_cast<int64_t>(on.bufferSize));
+    if (result != 0) {
+        return reportOnFailure();
+    }
+    std::printf("%s", trcMsgGet(msgTurnedOn));
+    return 0;
+}
+
+}  // namespace
+
+int mainOn(int count, char** args)
+{
+    if (count == 2 && std::strcmp(args[1], "help") == 0) {
+        usage(usageOn, -1);
+    }
+    trcOnArgs_t on;
+    setDefaults(&on);
+    for (int at = 1; at < count;) {
+        readOption(count, args, &at, &on);
+    }
+    resolve(&on);
+    return startTrace(on);
+}

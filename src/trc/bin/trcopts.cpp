@@ -1,0 +1,164 @@
+// The options that `on` and `chg` share: each one word with one value,
+// tested and stored by a small setter of its own.
+#include "trcopts.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "kelvo/facility.h"
+#include "trcentry.h"
+#include "trcmask.h"
+
+namespace {
+
+constexpr int msgEndOfArguments = 101;
+constexpr int msgMask = 103;
+constexpr int msgSevereErrors = 104;
+constexpr int msgRecordSize = 105;
+constexpr int msgPid = 108;
+constexpr int msgCpid = 109;
+constexpr int msgReturnCode = 110;
+constexpr int msgCrashMask = 117;
+constexpr int msgThisPointer = 118;
+constexpr int msgPauseAttrib = 424;
+
+constexpr int largestRecord = 32768;
+
+// strtol in base 0 that must use up the whole text (the empty text is 0).
+// The value is held to the 32-bit range, as a 32-bit strtol saturates, so
+// a number means the same on every host.
+bool wholeNumber(const char* text, int32_t* value)
+{
+    char* end = nullptr;
+    const long long number = std::strtoll(text, &end, 0);
+    if (*end != '\0') {
+        return false;
+    }
+    if (number > INT32_MAX) {
+        *value = INT32_MAX;
+    } else if (number < INT32_MIN) {
+        *value = INT32_MIN;
+    } else {
+        *value = static_cast<int32_t>(number);
+    }
+    return true;
+}
+
+// A setter tests the value and stores it; false refuses the value.
+using trcOptionSet_t = bool (*)(char* value, trcTraceParams_t* params);
+
+bool setMask(char* value, trcTraceParams_t* params)
+{
+    params->maskGiven = true;
+    return trcStrToMask(value, params->mask) == 0;
+}
+
+bool setPid(char* value, trcTraceParams_t* params)
+{
+    // One number only: a thread filter is dropped with a new process.
+    params->tid = -1;
+    return wholeNumber(value, &params->pid);
+}
+
+bool setCpid(char* value, trcTraceParams_t* params)
+{
+    return wholeNumber(value, &params->cpid);
+}
+
+bool setReturnCode(char* value, trcTraceParams_t* params)
+{
+    return wholeNumber(value, &params->returnCode) && params->returnCode != 0;
+}
+
+bool setSevereErrors(char* value, trcTraceParams_t* params)
+{
+    const int number = strToInt(value);
+    params->maxSevereErrors = number;
+    return number >= -1 && number != 0;
+}
+
+bool setRecordSize(char* value, trcTraceParams_t* params)
+{
+    const int number = strToInt(value);
+    params->maxRecordSize = number;
+    return number >= 0 && number <= largestRecord;
+}
+
+bool setCrashMask(char* value, trcTraceParams_t* params)
+{
+    params->flags |= TRC_USE_CRASH_MASK;
+    return trcCrashStrToMask(value, params->crashMask) == 0;
+}
+
+bool setPauseMask(char* value, trcTraceParams_t* params)
+{
+    params->flags |= TRC_USE_PAUSE_MASK;
+    return trcStrToMask(value, params->pauseMask) == 0;
+}
+
+bool setPauseAttrib(char* value, trcTraceParams_t* params)
+{
+    const int number = strToInt(value);
+    params->flags |= TRC_USE_PAUSE_ATTRIB;
+    params->pauseAttrib = number;
+    return number >= -1;
+}
+
+bool setThisPointer(char* value, trcTraceParams_t* params)
+{
+    int32_t number = 0;
+    const bool whole = wholeNumber(value, &number);
+    params->thisPointer = static_cast<uint32_t>(number);
+    return whole;
+}
+
+struct trcSharedOption_t {
+    const char* word;
+    int refusal;  // message of a value that the setter refuses
+    trcOptionSet_t set;
+};
+
+const trcSharedOption_t sharedOptions[] = {
+    {"-m", msgMask, setMask},
+    {"-p", msgPid, setPid},
+    {"-c", msgCpid, setCpid},
+    {"-rc", msgReturnCode, setReturnCode},
+    {"-e", msgSevereErrors, setSevereErrors},
+    {"-r", msgRecordSize, setRecordSize},
+    {"-crash", msgCrashMask, setCrashMask},
+    {"-pause_mask", msgMask, setPauseMask},
+    {"-pause_attrib", msgPauseAttrib, setPauseAttrib},
+    {"-this", msgThisPointer, setThisPointer},
+};
+
+const trcSharedOption_t* findSharedOption(const char* word)
+{
+    for (const trcSharedOption_t& option : sharedOptions) {
+        if (std::strcmp(option.word, word) == 0) {
+            return &option;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+bool trcParseSharedOption(int count, char** args, int* at, int usageMessage,
+                          trcTraceParams_t* params)
+{
+    const trcSharedOption_t* option = findSharedOption(args[*at]);
+    if (option == nullptr) {
+        return false;
+    }
+    // The value is the next word, whatever it looks like.
+    if (*at + 1 >= count) {
+        usage(usageMessage, msgEndOfArguments);
+    }
+    *at += 1;
+    if (!option->set(args[*at], params)) {
+        usage(usageMessage, option->refusal);
+    }
+    *at += 1;
+    return true;
+}
