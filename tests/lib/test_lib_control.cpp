@@ -1,11 +1,13 @@
 // The operations of the trace facility that the tool calls.
 #include "libtest.h"
+#include "run_tool.h"
 
 #include <gtest/gtest.h>
 
 #include <dirent.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -281,6 +283,24 @@ TEST(LibControl, FileDestinationHoldsATraceFileAndIsNotDumped)
     EXPECT_EQ(fh->flags, args.flags);
     EXPECT_EQ(trcClear(0), 0);
     EXPECT_EQ(walkImage(readWholeFile(args.fileName)).recordCount, 0);
+}
+
+TEST(LibControl, FileTraceWhoseFileWasRemovedCanBeTurnedOff)
+{
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.flags = TRC_DEST_FILE | TRC_KEEP_LAST;
+    args.fileName = dir.file("gone.bin");
+    args.bufferSize = 65536;
+    ASSERT_EQ(turnOn(args), 0);
+    ASSERT_EQ(unlink(args.fileName.c_str()), 0);
+    // A new process, as `kelvo off` is, has no mapping of the file yet.
+    kelvotest::RunResult off = kelvotest::runTool({"off"});
+    EXPECT_EQ(off.out, "Trace is turned off\n");
+    EXPECT_EQ(off.status, 0);
+    EXPECT_EQ(access(("/dev/shm/kelvo." + instance.name()).c_str(), F_OK), -1);
+    EXPECT_EQ(turnOn(args), 0);
 }
 
 TEST(LibControl, DumpOnAFullDiskIsNoSpace)

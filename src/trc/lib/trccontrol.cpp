@@ -51,6 +51,10 @@ int removeTrace()
 {
     for (int attempt = 0; attempt < offAttempts; ++attempt) {
         Live* live = currentLive();
+        // A file trace whose file was removed can no longer be written, but
+        // it must still be possible to end it.
+        if (live == nullptr)
+            live = mapLive(false);
         if (live == nullptr)
             return ENOENT;
         int rc = semLock(*live);

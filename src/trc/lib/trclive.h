@@ -66,7 +66,9 @@ std::string instancePath();
 std::string instanceScratchPath();
 
 // Maps the published block of the instance; null with errno when none.
-Live* mapLive();
+// Without needFile, a file trace whose file cannot be mapped is mapped all
+// the same, with no area: enough to end it.
+Live* mapLive(bool needFile = true);
 
 } // namespace kelvo
 

@@ -74,7 +74,7 @@ bool describe(Live& live, uint8_t* block)
 
 } // namespace
 
-Live* mapLive()
+Live* mapLive(bool needFile)
 {
     int fd = open(instancePath().c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0)
@@ -92,7 +92,7 @@ Live* mapLive()
         return nullptr;
     Live live{};
     bool usable = describe(live, static_cast<uint8_t*>(block)) && sizeFits(st, live) &&
-                  (live.destination != Destination::file || mapTraceFile(live));
+                  (live.destination != Destination::file || mapTraceFile(live) || !needFile);
     if (!usable) {
         saved = errno;
         munmap(block, static_cast<std::size_t>(st.st_size));
