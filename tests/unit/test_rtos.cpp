@@ -233,6 +233,32 @@ TEST_F(Rtos, FlowLineShowsDotsAboveFortyBytes)
     EXPECT_EQ(fnc(bytes), "api_entry    Core Reader::open (2) ...\n");
 }
 
+// A record shorter than its fixed part and length word may come from a
+// damaged trace; only its first 44 bytes are there to read. A return code
+// still comes from the four bytes behind the fixed part.
+TEST_F(Rtos, RecordsShorterThanFortyFourBytes)
+{
+    fields f;
+    f.event = 23;
+    std::string head = "\n5\tapi_exit     Alpha Core Reader::open (3.23.7.1.1.2)\n\tpid 100";
+    for (int32_t length : {0, 8, 40, 43}) {
+        std::vector<unsigned char> rc = record(f);
+        ASSERT_EQ(rc.size(), 44u);
+        std::memcpy(rc.data(), &length, sizeof length);
+        int32_t code = -2;
+        std::memcpy(rc.data() + TRC_RECORD_FIXED, &code, sizeof code);
+        EXPECT_EQ(str(rc), head + "\n\trc = -2 = 0xfffffffe\n") << length;
+        EXPECT_EQ(fnc(rc), "api_exit     Core Reader::open (2) -> 0xfffffffe = -2\n") << length;
+
+        std::vector<unsigned char> text = record({});
+        std::memcpy(text.data(), &length, sizeof length);
+        EXPECT_EQ(str(text), title + "\n\tpid 100\n") << length;
+        EXPECT_EQ(fnc(text), length > 40 ? "api_entry    Core Reader::open (2) ...\n"
+                                         : "api_entry    Core Reader::open (2)\n")
+            << length;
+    }
+}
+
 TEST_F(Rtos, TextThatDoesNotFitIsCutWithTheLineEndKept)
 {
     std::string text(1000, 'w');

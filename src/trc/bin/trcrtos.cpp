@@ -127,13 +127,13 @@ names lookUp(const trcRecord_t* r)
 
 const char* dataOf(const trcRecord_t* r) { return reinterpret_cast<const char*>(r) + TRC_RECORD_FIXED; }
 
-// The return code: the first four bytes of the data, which the trailing
-// length word provides even in a record without data.
+// The return code: the first four bytes of the data, whatever the length
+// says. They lie within the 44 bytes that every record handed over has, and
+// in a record without data they are its trailing length word.
 int32_t returnCode(const trcRecord_t* r)
 {
-    int32_t rc = 0;
-    if (r->length >= TRC_RECORD_MIN)
-        std::memcpy(&rc, dataOf(r), sizeof rc);
+    int32_t rc;
+    std::memcpy(&rc, dataOf(r), sizeof rc);
     return rc;
 }
 
@@ -211,6 +211,10 @@ char* putText(char* p, char* end, const trcRecord_t* r)
     if (length < 1)
         return p;
     p = putLiteral(p, end, "\n\t");
+    // Every byte of the text takes at least one byte of room: what would
+    // not fit is not even read.
+    if (length > end - p)
+        length = end - p;
     const char* text = dataOf(r);
     const char* last = text + length;
     while (text < last && p != end) {

@@ -28,8 +28,8 @@ inline bool trcIsRcEvent(unsigned event)
 // Full text of a record for the format report, written into dest of size
 // bytes. Returns the number of bytes written, zero bytes of the record's
 // text included; no NUL is added. Text that would not fit is cut at the end
-// of dest, whose last byte is then the final line end. The record's length
-// bytes must be readable.
+// of dest, whose last byte is then the final line end. The record's first
+// 44 bytes must be readable, and all of its length bytes when that is more.
 int trcRecToStr(const trcRecord_t* record, char* dest, int size, unsigned long number, int join);
 
 // One-line text of a record for the flow report, with its line end and a
