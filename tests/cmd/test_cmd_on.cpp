@@ -5,6 +5,9 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -12,6 +15,7 @@
 
 #include "cmd_live.h"
 #include "run_tool.h"
+#include "trc.h"
 #include "trcentry.h"
 #include "trcmask.h"
 
@@ -38,7 +42,57 @@ struct OnRefusal {
     int message;  // -1: the usage text alone
 };
 
+// errno with which the stand-in for the facility's trcOn below fails; 0:
+// it succeeds.
+int fakeOnErrno = 0;
+
+bool allClear(const uint8_t* mask)
+{
+    for (int i = 0; i < TRC_MASK_SIZE; ++i) {
+        if (mask[i] != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// mainOn in a child of this test program, where trcOn is the stand-in.
+kelvotest::RunResult onInProcess(std::vector<std::string> words, int withErrno)
+{
+    return kelvotest::captureChild([&] {
+        fakeOnErrno = withErrno;
+        std::vector<char*> args;
+        for (std::string& word : words) {
+            args.push_back(word.data());
+        }
+        args.push_back(nullptr);
+        std::exit(mainOn(static_cast<int>(words.size()), args.data()));
+    });
+}
+
 }  // namespace
+
+// In this program mainOn calls this trcOn, not the facility's: it shows
+// what it was given, so that what the facility here cannot take (the MMIO
+// destination) or cannot be made to answer (a time-out) can be seen. The
+// tool itself, run as a process of its own, keeps the real one.
+extern "C" int32_t trcOn(int32_t reserved, const uint8_t* mask, int32_t pid, int32_t tid,
+                         int32_t cpid, uint32_t thisPointer, int32_t returnCode,
+                         int32_t maxSevereErrors, int32_t maxRecordSize, uint32_t flags,
+                         const uint8_t* crashMask, const uint8_t* pauseMask, int32_t pauseAttrib,
+                         const char* fileName, int64_t bufferSize)
+{
+    std::printf("trcOn(%d, %s, %d, %d, %d, %u, %d, %d, %d, %u, %s, %s, %d, \"%s\", %lld)\n",
+                reserved, maskText(mask).c_str(), pid, tid, cpid, thisPointer, returnCode,
+                maxSevereErrors, maxRecordSize, flags, allClear(crashMask) ? "clear" : "set",
+                allClear(pauseMask) ? "clear" : "set", pauseAttrib, fileName,
+                static_cast<long long>(bufferSize));
+    if (fakeOnErrno != 0) {
+        errno = fakeOnErrno;
+        return -1;
+    }
+    return 0;
+}
 
 // No refusal reaches the facility: the instance never gets a trace.
 TEST(CommandOn, RefusalsPrintTheMessageAndTheUsage)
@@ -281,4 +335,40 @@ TEST(CommandOn, RootStartsTheTraceAsTheServiceAccount)
     }
     EXPECT_TRUE(live.header().has_value());
     EXPECT_RUN(live.run({"off"}), "Trace is turned off\n", 0);
+}
+
+// The MMIO destination takes its own mask unless a -m is given, before or
+// behind it, and no memory.
+TEST(CommandOn, WhatTheMmioDestinationPasses)
+{
+    const std::string mmio =
+        "trcOn(0, 1.50-51.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 168, clear, clear, -1, \"\", 0)\n";
+    const std::string product1 =
+        "trcOn(0, 1.*.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 168, clear, clear, -1, \"\", 0)\n";
+    EXPECT_RUN(onInProcess({"on", "-mmio"}, 0), mmio + turnedOn, 0);
+    EXPECT_RUN(onInProcess({"on", "-mmio", "-l"}, 0), mmio + turnedOn, 0);
+    EXPECT_RUN(onInProcess({"on", "-m", "1", "-mmio"}, 0), product1 + turnedOn, 0);
+    EXPECT_RUN(onInProcess({"on", "-mmio", "-m", "1"}, 0), product1 + turnedOn, 0);
+    EXPECT_RUN(onInProcess({"on", "-pause_mask", "1", "-mmio", "-debug"}, 0),
+               "trcOn(0, 1.50-51.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 552, clear, set, -1, "
+               "\"\", 0)\n" +
+                   turnedOn,
+               0);
+}
+
+// Every errno of a failed trcOn and its report.
+TEST(CommandOn, WhatEachErrnoOfTrcOnGives)
+{
+    const std::string called =
+        "trcOn(0, *.*.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 137, clear, clear, -1, \"\", "
+        "1048576)\n";
+    EXPECT_RUN(onInProcess({"on"}, EAGAIN), called + "KELVOD.EXE timed out.\n", 1);
+    EXPECT_RUN(onInProcess({"on"}, ENOMEM), called + "Not enough resources to run trace.\n", 1);
+    EXPECT_RUN(onInProcess({"on"}, EEXIST),
+               called + "Trace is already on; no action was taken.\n", 123);
+    EXPECT_RUN(onInProcess({"on"}, EINVAL), called + refusal(8, 106), 1);
+    EXPECT_RUN(onInProcess({"on"}, EIO),
+               called + "Unexpected System Error.\nC library function error number = 5.\n", 1);
+    EXPECT_RUN(onInProcess({"on"}, -7),
+               called + "Unexpected System Error.\nOperating System error number = 7.\n", 1);
 }
