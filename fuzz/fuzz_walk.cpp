@@ -1,7 +1,9 @@
-// The walk over any header and any record area: the input is the header
-// followed by the area, a short input padded with zero bytes to a header.
-// Every step runs, and every record handed out is read whole, so that a
-// record reaching outside the area shows up under AddressSanitizer.
+// The walk over any record area and any values of the header fields that it
+// reads. The input is those fields (bufferSize, flags, traceFull; 4 bytes
+// each, a short input padded with zero bytes) followed by the area; the rest
+// of the header is zero, since the walk reads nothing else of it. Every step
+// runs, and every record handed out is read whole, so that a record reaching
+// outside the area shows up under AddressSanitizer.
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -52,16 +54,22 @@ uint32_t touch(const trcRecord_t* record, const uint8_t* area, const trcWalk_t& 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     silenceStdout();
-    // An exact-size heap copy, so that any read past the area is caught.
-    const size_t total = size < TRC_HEADER_SIZE ? TRC_HEADER_SIZE : size;
-    std::vector<uint8_t> block(total, 0);
-    std::memcpy(block.data(), data, size);
-    uint8_t* area = block.data() + TRC_HEADER_SIZE;
-    const size_t areaSize = total - TRC_HEADER_SIZE;
-    const auto* header = reinterpret_cast<const trcHeader_t*>(block.data());
+    uint8_t fields[3 * sizeof(int32_t)] = {};
+    const size_t fieldBytes = size < sizeof fields ? size : sizeof fields;
+    std::memcpy(fields, data, fieldBytes);
+    trcHeader_t header{};
+    std::memcpy(&header.bufferSize, fields, sizeof header.bufferSize);
+    std::memcpy(&header.flags, fields + 4, sizeof header.flags);
+    std::memcpy(&header.traceFull, fields + 8, sizeof header.traceFull);
+
+    // An exact-size heap copy of the area, so that any read past it is caught.
+    const size_t areaSize = size - fieldBytes;
+    std::vector<uint8_t> block(data + fieldBytes, data + size);
+    block.shrink_to_fit();
+    uint8_t* area = block.data();
 
     trcWalk_t walk;
-    trcWalkBounds(header, area, areaSize, &walk);
+    trcWalkBounds(&header, area, areaSize, &walk);
     if (walk.endOffset < 0 || static_cast<size_t>(walk.endOffset) > areaSize ||
         walk.startOffset < 0 || walk.usedBytes < 0 || walk.limit < 0 ||
         static_cast<size_t>(walk.limit) > areaSize) {
