@@ -15,6 +15,10 @@ int mainChg(int count, char** args);
 int mainOff(int count);
 int mainClr(int count, char** args);
 int mainDmp(int count, char** args);
+// The information report of a trace header.
+int mainInf(int count, char** args);
+// The format report (usageMessage 5) or the flow report (any other value).
+int mainF(int count, char** args, int usageMessage, trcCommandInfo_t* info);
 // Prints the web line when info says web_buffer_info (11); 0 otherwise.
 int mainWeb(int count, char** args, trcCommandInfo_t* info);
 // The web line of the live buffer: 0 when complete, 1 when there is no

@@ -48,6 +48,16 @@ int runDmp(int count, char** args, trcCommandInfo_t* /*info*/)
     return mainDmp(count, args);
 }
 
+int runF(int count, char** args, trcCommandInfo_t* info)
+{
+    return mainF(count, args, info->command, info);
+}
+
+int runInf(int count, char** args, trcCommandInfo_t* /*info*/)
+{
+    return mainInf(count, args);
+}
+
 int runOff(int count, char** /*args*/, trcCommandInfo_t* /*info*/)
 {
     return mainOff(count);
@@ -70,6 +80,13 @@ const trcCommand_t commandTable[] = {
     {"clear", 2, runClr},
     {"dmp", 3, runDmp},
     {"dump", 3, runDmp},
+    {"flw", 4, runF},
+    {"flow", 4, runF},
+    {"fmt", 5, runF},
+    {"format", 5, runF},
+    {"inf", 6, runInf},
+    {"info", 6, runInf},
+    {"information", 6, runInf},
     {"off", 7, runOff},
     {"on", 8, runOn},
     {"web_buffer_info", 11, runWeb},

@@ -1,0 +1,345 @@
+// `kelvo fmt` and `kelvo flw`: the command line, loading, the summary of the
+// trace, the range, the record index and, for the flow report, the table of
+// threads. The two reports themselves live in trcfmt.cpp and trcflw.cpp.
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "kelvo/facility.h"
+#include "trcentry.h"
+#include "trcerror.h"
+#include "trcf.h"
+#include "trcload.h"
+#include "trcmask.h"
+#include "trcmsg.h"
+#include "trcrtos.h"
+#include "trcwalk.h"
+
+namespace {
+
+constexpr int usageFmt = 5;
+constexpr int msgTooMany = 100;
+constexpr int msgEndOfArgs = 101;
+constexpr int msgBadOption = 102;
+constexpr int msgBadMask = 103;
+constexpr int msgBadPid = 108;
+constexpr int msgBadOnly = 111;
+constexpr int msgBadFirst = 112;
+constexpr int msgBadLast = 113;
+constexpr int msgExistingFile = 119;
+constexpr int msgTruncated = 300;
+constexpr int msgWrapped = 301;
+constexpr int msgSize = 302;
+constexpr int msgRecords = 303;
+constexpr int msgFormatted = 304;
+constexpr int msgYes = 323;
+constexpr int msgNo = 324;
+constexpr int msgCannotCreate = 401;
+constexpr int msgCannotWrite = 403;
+constexpr int msgNoDictionary = 407;
+constexpr int msgNoIndexMemory = 412;
+constexpr int outputBufferSize = 16384;
+constexpr int maxThreads = 50;
+
+// Whether the trace semaphore is held, so that a failure releases it.
+bool semaphoreHeld = false;
+
+
+// The numbers of -x grow without bound in the text; they stop at INT_MAX,
+// which lies behind every record.
+int addDigit(int value, char digit)
+{
+    const int d = digit - '0';
+    return value > (INT_MAX - d) / 10 ? INT_MAX : value * 10 + d;
+}
+
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// The range text: [first][-[last]]. A later -x overwrites only the numbers
+// that it gives.
+void parseRange(const char* text, fOptions_t* o, int usageMessage)
+{
+    enum { start, inFirst, afterDash, inLast } state = start;
+    for (const char* c = text; *c != '\0'; ++c) {
+        switch (state) {
+        case start:
+        case inFirst:
+            if (*c == '-') {
+                state = afterDash;
+            } else if (isDigit(*c)) {
+                o->firstRecord = state == start ? *c - '0' : addDigit(o->firstRecord, *c);
+                state = inFirst;
+            } else {
+                usage(usageMessage, std::strchr(c, '-') != nullptr ? msgBadFirst : msgBadOnly);
+            }
+            break;
+        case afterDash:
+        case inLast:
+            if (!isDigit(*c)) {
+                usage(usageMessage, msgBadLast);
+            }
+            o->lastRecord = state == afterDash ? *c - '0' : addDigit(o->lastRecord, *c);
+            state = inLast;
+            break;
+        }
+    }
+    if (state == inFirst) {
+        o->lastRecord = o->firstRecord;
+    }
+}
+
+// A process number, read like strtol of a 32-bit long: values beyond it
+// stop at its bounds.
+long parsePid(const char* text, int usageMessage)
+{
+    char* end = nullptr;
+    errno = 0;
+    long long value = std::strtoll(text, &end, 0);
+    if (*end != '\0') {
+        usage(usageMessage, msgBadPid);
+    }
+    if (value > INT32_MAX) {
+        value = INT32_MAX;
+    } else if (value < INT32_MIN) {
+        value = INT32_MIN;
+    }
+    return static_cast<long>(value);
+}
+
+void parseArgs(int count, char** args, int usageMessage, fOptions_t* o)
+{
+    std::memset(o->mask, 0xFF, sizeof o->mask);
+    if (count == 2 && std::strcmp(args[1], "help") == 0) {
+        usage(usageMessage, -1);
+    }
+    for (int i = 1; i < count; ++i) {
+        const char* word = args[i];
+        const bool takesValue =
+            std::strcmp(word, "-p") == 0 || std::strcmp(word, "-m") == 0 || std::strcmp(word, "-x") == 0;
+        if (takesValue && i + 1 >= count) {
+            usage(usageMessage, msgEndOfArgs);
+        }
+        if (std::strcmp(word, "-p") == 0) {
+            o->pid = parsePid(args[++i], usageMessage);
+        } else if (std::strcmp(word, "-m") == 0) {
+            if (trcStrToMask(args[++i], o->mask) != 0) {
+                usage(usageMessage, msgBadMask);
+            }
+        } else if (std::strcmp(word, "-x") == 0) {
+            parseRange(args[++i], o, usageMessage);
+        } else if (std::strcmp(word, "-r") == 0) {
+            o->step = -1;
+        } else if (std::strcmp(word, "-j") == 0) {
+            o->join = 1;
+        } else if (word[0] == '-' && word[1] != '\0') {
+            usage(usageMessage, msgBadOption);
+        } else if (o->source == nullptr) {
+            o->source = word;
+        } else if (o->destination == nullptr) {
+            o->destination = word;
+        } else {
+            usage(usageMessage, msgTooMany);
+        }
+    }
+}
+
+// Whatever the existence test cannot show to be absent counts as present.
+bool mayExist(const char* name)
+{
+    return access(name, F_OK) == 0 || errno != ENOENT;
+}
+
+void takeSemaphore()
+{
+    trcSemP();
+    semaphoreHeld = true;
+}
+
+void releaseSemaphore()
+{
+    if (semaphoreHeld) {
+        semaphoreHeld = false;
+        trcSemV();
+    }
+}
+
+// The summary lines, printed as the walk learns each value; message 421 of
+// the count lands between them.
+void walkWithSummary(trcHeader_t* header, long areaSize, trcWalk_t* walk)
+{
+    std::fputs(trcMsgGet((header->flags & TRC_KEEP_INITIAL) != 0 ? msgTruncated : msgWrapped), stdout);
+    auto* area = reinterpret_cast<uint8_t*>(header) + TRC_HEADER_SIZE;
+    trcWalkBounds(header, area, areaSize > 0 ? static_cast<size_t>(areaSize) : 0, walk);
+    std::printf("%s\n", trcMsgGet(walk->hasLostRecords ? msgYes : msgNo));
+    std::printf(trcMsgGet(msgSize), static_cast<long>(walk->usedBytes));
+    std::fputs("\n", stdout);
+    trcWalkCount(walk, area);
+    std::printf("%s%ld\n", trcMsgGet(msgRecords), static_cast<long>(walk->recordCount));
+}
+
+// The index of the records in time order; returns how many it holds.
+long fillIndex(const trcHeader_t* header, const trcWalk_t* walk, flowIndex_t** index)
+{
+    const long count = walk->recordCount;
+    *index = static_cast<flowIndex_t*>(std::malloc(static_cast<size_t>(count) * sizeof(flowIndex_t)));
+    if (*index == nullptr) {
+        trcError(trcFExit, trcMsgGet(msgNoIndexMemory));
+    }
+    const auto* area = reinterpret_cast<const uint8_t*>(header) + TRC_HEADER_SIZE;
+    long filled = 0;
+    flowIndex_t* entries = *index;
+    trcWalkEach(walk, area, [&](const trcRecord_t* record) {
+        entries[filled].depth = 0;
+        entries[filled].record = record;
+        ++filled;
+        return filled < count;
+    });
+    return filled;
+}
+
+// Threads in the order of their first record in the range; the range and
+// the process option choose them, the mask does not.
+int buildThreadTable(const flowIndex_t* index, long firstIndex, long end, long pid,
+                     flwThread_t* threads)
+{
+    int used = 0;
+    int last = 0;  // records of one thread tend to follow each other
+    for (long i = firstIndex; i < end; ++i) {
+        const trcRecord_t* r = index[i].record;
+        const auto rpid = static_cast<int32_t>(r->pid);
+        const auto rtid = static_cast<int32_t>(r->tid);
+        int t = last;
+        if (t >= used || threads[t].pid != rpid || threads[t].tid != rtid) {
+            t = 0;
+            while (t < used && (threads[t].pid != rpid || threads[t].tid != rtid)) {
+                ++t;
+            }
+        }
+        if (t < used) {
+            last = t;
+            if (threads[t].node == -1) {
+                threads[t].node = r->node;
+            }
+            continue;
+        }
+        if (used == maxThreads || (pid != -1 && pid != rpid)) {
+            continue;
+        }
+        threads[used++] = flwThread_t{rpid, rtid, r->node};
+    }
+    return used;
+}
+
+void runFlow(long count, flowIndex_t* index, const fOptions_t& o, unsigned char (*mask)[32],
+             long firstIndex, long end, FILE* out, const char* outName)
+{
+    flwThread_t headings[maxThreads];
+    const int threadCount = buildThreadTable(index, firstIndex, end, o.pid, headings);
+    if (threadCount == 0) {
+        return;
+    }
+    auto* slots = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(count)));
+    if (slots == nullptr) {
+        trcError(trcFExit, trcMsgGet(msgNoIndexMemory));
+    }
+    // The closing lines take the node from the whole index, the headings
+    // from the range.
+    flwThread_t closing[maxThreads];
+    std::memcpy(closing, headings, sizeof closing);
+    flwDepthsAll(count, index, closing, threadCount, slots);
+    for (int t = 0; t < threadCount; ++t) {
+        if (std::fprintf(out, "\n\npid = %d; tid = %d; node = %d;\n\n", headings[t].pid, headings[t].tid,
+                         headings[t].node) < 0) {
+            trcError(trcFExit, trcMsgGet(msgCannotWrite), outName);
+        }
+        flwWriteThread(index, slots, static_cast<uint8_t>(t), &closing[t], mask, o.step, firstIndex, end,
+                       out, outName);
+    }
+    std::free(slots);
+}
+
+FILE* openOutput(const char* destination, const char** outName)
+{
+    FILE* out = stdout;
+    *outName = "standard output";
+    if (destination != nullptr) {
+        out = std::fopen(destination, "w");
+        if (out == nullptr) {
+            trcError(std::exit, trcMsgGet(msgCannotCreate), destination);
+        }
+        *outName = destination;
+    }
+    std::setvbuf(out, nullptr, _IOFBF, outputBufferSize);
+    return out;
+}
+
+}  // namespace
+
+void trcFExit(int status)
+{
+    releaseSemaphore();
+    std::exit(status);
+}
+
+int mainF(int count, char** args, int usageMessage, trcCommandInfo_t* /*info*/)
+{
+    fOptions_t o;
+    parseArgs(count, args, usageMessage, &o);
+    const char* source = o.source != nullptr ? o.source : "-";
+    if (o.destination != nullptr && mayExist(o.destination)) {
+        usage(usageMessage, msgExistingFile);
+    }
+    trcHeader_t* header = nullptr;
+    long areaSize = 0;
+    if (readFile(&header, source, 1, &areaSize) != 0) {
+        return 1;
+    }
+    const char* outName = nullptr;
+    FILE* out = openOutput(o.destination, &outName);
+    if (trcRecToStrInit(header) != 0) {
+        trcError(std::exit, trcMsgGet(msgNoDictionary));
+    }
+    if (std::strcmp(source, "-") == 0) {
+        takeSemaphore();
+    }
+    trcFReport(header, areaSize, &o, usageMessage == usageFmt, out, outName);
+    releaseSemaphore();
+    return 0;
+}
+
+void trcFReport(trcHeader_t* header, long areaSize, const fOptions_t* options, bool format, FILE* out,
+                const char* outName)
+{
+    const fOptions_t& o = *options;
+    trcWalk_t walk;
+    walkWithSummary(header, areaSize, &walk);
+
+    long recordCount = walk.recordCount;
+    long end = o.lastRecord < 0 || o.lastRecord > recordCount ? recordCount : o.lastRecord;
+    const long firstIndex = o.firstRecord > 0 ? o.firstRecord - 1L : 0;
+    if (firstIndex >= end || recordCount == 0) {
+        std::printf("%s0\n", trcMsgGet(msgFormatted));
+        return;
+    }
+    flowIndex_t* index = nullptr;
+    recordCount = fillIndex(header, &walk, &index);
+    if (end > recordCount) {
+        end = recordCount;
+    }
+    // The mask record as six maps of 32 bytes.
+    auto* maps = reinterpret_cast<unsigned char(*)[trcMaskMapBytes]>(const_cast<unsigned char*>(o.mask));
+    if (format) {
+        doFmt(index, static_cast<int>(o.pid), maps, o.step, firstIndex, end, out, outName, o.join);
+    } else {
+        runFlow(recordCount, index, o, maps, firstIndex, end, out, outName);
+    }
+    std::free(index);
+}

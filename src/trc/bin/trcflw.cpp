@@ -1,0 +1,319 @@
+// The flow report: one short line per record of a thread, indented by the
+// call depth that a stack of function identities rebuilds from the entries,
+// exits and other events, whatever records were lost.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "trcerror.h"
+#include "trcf.h"
+#include "trcfout.h"
+#include "trcmask.h"
+#include "trcmsg.h"
+#include "trcprint.h"
+#include "trcrtos.h"
+
+namespace {
+
+constexpr int msgNoTextMemory = 409;
+constexpr int msgThreadDone = 423;
+constexpr int stackSize = 1024;
+constexpr int lineRoom = 131072;
+// The indent stops short of the end of the line's room so that the
+// function text still fits behind it at any depth.
+constexpr int fncReserve = 4096;
+
+enum flwClass_t : uint8_t { flwInside, flwEntry, flwExit, flwNeutral };
+
+// The class of an event goes by its last decimal digit from 20 on; the
+// error returns 10 to 14 are exits, and the neutral ones end at 61.
+constexpr flwClass_t classOf(unsigned e)
+{
+    if (e >= 20 && e % 10 == 2) {
+        return flwEntry;
+    }
+    if ((e >= 10 && e <= 14) || (e >= 20 && e % 10 == 3)) {
+        return flwExit;
+    }
+    if (e >= 20 && e <= 61 && e % 10 <= 1) {
+        return flwNeutral;
+    }
+    return flwInside;
+}
+
+struct classTable_t {
+    flwClass_t of[256];
+    constexpr classTable_t() : of{}
+    {
+        for (unsigned e = 0; e < 256; ++e) {
+            of[e] = classOf(e);
+        }
+    }
+};
+constexpr classTable_t eventClass;
+
+// Product, component, class and function: all events of a function share it.
+uint32_t keyOf(const trcRecord_t* r)
+{
+    return (r->ident1 & 0xFF000000u) | (r->ident2 >> 8);
+}
+
+// The call stack of one thread. running goes on counting when the stack is
+// full, so it is one more than top only while no key was refused.
+struct flwStack_t {
+    uint32_t* keys;
+    int top;  // -1: empty
+    long running;
+};
+
+int findKey(const flwStack_t* s, uint32_t key)
+{
+    for (int p = s->top; p >= 0; --p) {
+        if (s->keys[p] == key) {
+            return p;
+        }
+    }
+    return -1;
+}
+
+long enter(flwStack_t* s, uint32_t key)
+{
+    ++s->running;
+    if (s->top + 1 < stackSize) {
+        s->keys[++s->top] = key;
+    }
+    return s->running;
+}
+
+long depthOf(flwStack_t* s, const trcRecord_t* r)
+{
+    const uint32_t key = keyOf(r);
+    switch (eventClass.of[trcRecEvent(r)]) {
+    case flwEntry:
+        return enter(s, key);
+    case flwExit: {
+        const int p = findKey(s, key);
+        if (p < 0) {
+            return s->running;
+        }
+        const long d = s->running - (s->top - p);
+        s->running = d - 1;
+        s->top = p - 1;
+        return d;
+    }
+    case flwInside: {
+        const int p = findKey(s, key);
+        if (p < 0) {
+            return enter(s, key);
+        }
+        const long d = s->running - (s->top - p);
+        s->running = d;
+        s->top = p;
+        return d;
+    }
+    case flwNeutral:
+        break;
+    }
+    return s->running;
+}
+
+// Threads by (pid, tid) for the one pass over the index: a small open
+// hash table, since a report has at most a few dozen threads.
+constexpr int hashSize = 512;
+
+struct threadMap_t {
+    uint64_t keys[hashSize];
+    uint8_t slots[hashSize];  // flwNoThread: free
+};
+
+uint64_t threadKey(uint32_t pid, uint32_t tid)
+{
+    return (static_cast<uint64_t>(pid) << 32) | tid;
+}
+
+unsigned hashOf(uint64_t key)
+{
+    return static_cast<unsigned>((key * 0x9E3779B97F4A7C15ull) >> 55) & (hashSize - 1);
+}
+
+void mapPut(threadMap_t* m, uint64_t key, uint8_t slot)
+{
+    unsigned h = hashOf(key);
+    while (m->slots[h] != flwNoThread && m->keys[h] != key) {
+        h = (h + 1) & (hashSize - 1);
+    }
+    m->keys[h] = key;
+    m->slots[h] = slot;
+}
+
+uint8_t mapGet(const threadMap_t* m, uint64_t key)
+{
+    unsigned h = hashOf(key);
+    while (m->slots[h] != flwNoThread) {
+        if (m->keys[h] == key) {
+            return m->slots[h];
+        }
+        h = (h + 1) & (hashSize - 1);
+    }
+    return flwNoThread;
+}
+
+// "%6ld %2d|": number and depth right-aligned in their columns.
+char* putColumn(char* p, long value, int width)
+{
+    char digits[24];
+    char* last = digits + sizeof digits;
+    char* first = last;
+    const bool negative = value < 0;
+    unsigned long v = negative ? 0ul - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
+    do {
+        *--first = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v != 0);
+    if (negative) {
+        *--first = '-';
+    }
+    for (long pad = width - (last - first); pad > 0; --pad) {
+        *p++ = ' ';
+    }
+    std::memcpy(p, first, static_cast<size_t>(last - first));
+    return p + (last - first);
+}
+
+// One line of the report into dest, which has lineRoom bytes; returns its
+// length.
+size_t renderLine(char* dest, long number, long depth, const trcRecord_t* r)
+{
+    char* p = putColumn(dest, number, 6);
+    *p++ = ' ';
+    p = putColumn(p, depth, 2);
+    *p++ = '|';
+    if (depth > 1) {
+        const long room = lineRoom - fncReserve - (p - dest);
+        const long indent = 2 * (depth - 1) < room ? 2 * (depth - 1) : room;
+        std::memset(p, ' ', static_cast<size_t>(indent));
+        p += indent;
+    }
+    trcRecToFnc(r, p, static_cast<int>(lineRoom - (p - dest)));
+    return static_cast<size_t>(p - dest) + std::strlen(p);
+}
+
+bool maskSelects(const trcRecord_t* r, const unsigned char* mask)
+{
+    const unsigned char ids[6] = {
+        static_cast<unsigned char>(trcRecProduct(r)),   static_cast<unsigned char>(trcRecEvent(r)),
+        static_cast<unsigned char>(trcRecComponent(r)), static_cast<unsigned char>(trcRecClass(r)),
+        static_cast<unsigned char>(trcRecFunction(r)),  static_cast<unsigned char>(trcRecTracePoint(r)),
+    };
+    return trcMaskSelects(mask, ids);
+}
+
+}  // namespace
+
+void flwDepthsAll(long count, flowIndex_t* index, flwThread_t* threads, int threadCount, uint8_t* slots)
+{
+    if (threadCount > flwNoThread) {
+        threadCount = flwNoThread;
+    }
+    auto* map = static_cast<threadMap_t*>(std::malloc(sizeof(threadMap_t)));
+    auto* keys = static_cast<uint32_t*>(std::malloc(sizeof(uint32_t) * stackSize * (threadCount + 1)));
+    auto* stacks = static_cast<flwStack_t*>(std::malloc(sizeof(flwStack_t) * (threadCount + 1)));
+    if (map == nullptr || keys == nullptr || stacks == nullptr) {
+        trcError(trcFExit, trcMsgGet(msgNoTextMemory));
+    }
+    std::memset(map->slots, flwNoThread, sizeof map->slots);
+    for (int t = 0; t < threadCount; ++t) {
+        mapPut(map, threadKey(static_cast<uint32_t>(threads[t].pid), static_cast<uint32_t>(threads[t].tid)),
+               static_cast<uint8_t>(t));
+        stacks[t] = flwStack_t{keys + static_cast<size_t>(t) * stackSize, -1, 0};
+        threads[t].node = -1;
+    }
+    uint64_t lastKey = 0;
+    uint8_t lastSlot = flwNoThread;
+    bool haveLast = false;
+    for (long i = 0; i < count; ++i) {
+        const trcRecord_t* r = index[i].record;
+        const uint64_t key = threadKey(r->pid, r->tid);
+        if (!haveLast || key != lastKey) {
+            lastKey = key;
+            lastSlot = mapGet(map, key);
+            haveLast = true;
+        }
+        slots[i] = lastSlot;
+        if (lastSlot == flwNoThread) {
+            index[i].depth = flwOtherThread;
+            continue;
+        }
+        if (threads[lastSlot].node == -1) {
+            threads[lastSlot].node = r->node;
+        }
+        index[i].depth = depthOf(&stacks[lastSlot], r);
+    }
+    std::free(stacks);
+    std::free(keys);
+    std::free(map);
+}
+
+void flwWriteThread(const flowIndex_t* index, const uint8_t* slots, uint8_t slot, const flwThread_t* thread,
+                    unsigned char (*mask)[32], int step, long firstIndex, long end, FILE* out,
+                    const char* outName)
+{
+    trcFOut_t o;
+    trcFOutOpen(&o, lineRoom, out, outName);
+    const unsigned char* maps = mask[0];
+    long lines = 0;
+    auto visit = [&](long i) {
+        const trcRecord_t* r = index[i].record;
+        if (index[i].depth == flwOtherThread || !maskSelects(r, maps)) {
+            return;
+        }
+        trcFOutCommit(&o, renderLine(trcFOutNext(&o), i + 1, index[i].depth, r));
+        ++lines;
+    };
+    // The thread's entries are found through its byte in slots, which a
+    // byte search skips over fast when a report has many threads.
+    if (step == -1) {
+        for (long n = end - firstIndex; n > 0;) {
+            const void* hit = memrchr(slots + firstIndex, slot, static_cast<size_t>(n));
+            if (hit == nullptr) {
+                break;
+            }
+            n = static_cast<const uint8_t*>(hit) - (slots + firstIndex);
+            visit(firstIndex + n);
+        }
+    } else {
+        for (long i = firstIndex; i < end; ++i) {
+            const void* hit = std::memchr(slots + i, slot, static_cast<size_t>(end - i));
+            if (hit == nullptr) {
+                break;
+            }
+            i = static_cast<const uint8_t*>(hit) - slots;
+            visit(i);
+        }
+    }
+    trcFOutClose(&o);
+    trcPrintFile(stdout, trcMsgGet(msgThreadDone), lines, thread->pid, thread->tid, thread->node);
+    std::fputs("\n", stdout);
+}
+
+void doFlw(long count, flowIndex_t* index, int pid, int tid, unsigned char (*mask)[32], int step,
+           long firstIndex, long end, FILE* out, const char* outName)
+{
+    if (count <= 0) {
+        count = 0;
+    }
+    auto* slots = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(count) + 1));
+    if (slots == nullptr) {
+        trcError(trcFExit, trcMsgGet(msgNoTextMemory));
+    }
+    flwThread_t thread{pid, tid, -1};
+    flwDepthsAll(count, index, &thread, 1, slots);
+    if (firstIndex < 0) {
+        firstIndex = 0;
+    }
+    if (end > count) {
+        end = count;
+    }
+    flwWriteThread(index, slots, 0, &thread, mask, step, firstIndex, end, out, outName);
+    std::free(slots);
+}
