@@ -1,10 +1,13 @@
 # Thin wrapper over CMake. Builds land in build/ (plain), build-sanitize/
-# (AddressSanitizer and UndefinedBehaviorSanitizer) and build-fuzz/ (clang).
+# (AddressSanitizer and UndefinedBehaviorSanitizer), build-fuzz/ (clang) and
+# build-demo/ (make demo, without the test suite).
 JOBS ?= 2
 CMAKE ?= cmake
 CTEST ?= ctest
+PREFIX ?= /usr/local
+CMAKE_INSTALL_PREFIX ?= $(PREFIX)
 
-.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean
+.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install
 
 all: build
 
@@ -40,8 +43,19 @@ fuzz:
 
 bench:
 	$(CMAKE) -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DKELVO_BENCH=ON -DKELVO_TESTS=OFF
-	$(CMAKE) --build build-bench -j $(JOBS) --target bench_writer
+	$(CMAKE) --build build-bench -j $(JOBS) --target bench_writer bench_report
 	./build-bench/bench/bench_writer
+	./build-bench/bench/bench_report
+
+# Builds the tool and the demo in build-demo/ and walks through a trace in a
+# private instance, showing each command; leaves nothing behind.
+demo:
+	CMAKE="$(CMAKE)" JOBS="$(JOBS)" bash scripts/demo.sh
+
+# Installs build/ under CMAKE_INSTALL_PREFIX (or PREFIX, default /usr/local),
+# staged below DESTDIR when that is given.
+install: build
+	DESTDIR="$(DESTDIR)" $(CMAKE) --install build --prefix "$(CMAKE_INSTALL_PREFIX)"
 
 clean:
-	rm -rf build build-sanitize build-fuzz build-bench
+	rm -rf build build-sanitize build-fuzz build-bench build-demo
