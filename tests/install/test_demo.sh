@@ -183,7 +183,7 @@ echo "kelvo-demo: order 1.1 lost the ledger: a SYSTEM_ERROR record, which stops 
 same "kelvo-demo --severe" "$tmp/expected" "$tmp/out"
 [ "$("$kelvo" inf)" = "Trace is off." ] || fail "kelvo inf of a stopped trace"
 "$kelvo" dmp "$tmp/severe.trc" || fail "kelvo dmp of a stopped trace"
-"$kelvo" inf "$tmp/severe.trc" | grep -qx "TRACE IS OFF!" || fail "kelvo inf of the dump"
+"$kelvo" inf "$tmp/severe.trc" | grep -x "TRACE IS OFF!" >/dev/null || fail "kelvo inf of the dump"
 "$kelvo" fmt -x 15 "$tmp/severe.trc" | ids | sed -n '4,8p' >"$tmp/out"
 printf '%s\n' "" \
     $'15\tSYSTEM_ERROR     KelvoDemo Bank Ledger::post (42.2.3.2.1.1)' \
@@ -191,7 +191,7 @@ printf '%s\n' "" \
     $'\tledger journal lost at order 1.1' \
     "Records formatted       : 1" >"$tmp/expected"
 same "the severe error is the last record" "$tmp/expected" "$tmp/out"
-"$kelvo" fmt -x 16 "$tmp/severe.trc" | grep -qx "Records in trace        : 15" ||
+"$kelvo" fmt -x 16 "$tmp/severe.trc" | grep -x "Records in trace        : 15" >/dev/null ||
     fail "records behind the severe error"
 [ "$("$kelvo" off)" = "Trace is turned off" ] || fail "kelvo off of a stopped trace"
 for f in /dev/shm/kelvo."$KELVO_INSTANCE"*; do

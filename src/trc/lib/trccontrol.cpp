@@ -47,6 +47,19 @@ int lockRunning(Live*& live)
 
 // Marks the block removed and unlinks its name, both under the semaphore:
 // the name is unlinked only by the one who removed it.
+// Maps the block of a file trace whose file is gone. Like every mapping it
+// is kept for the life of the process, here in a list of its own.
+Live* mapLiveToEnd()
+{
+    static Live* kept = nullptr;
+    Live* live = mapLive(false);
+    if (live != nullptr) {
+        live->older = kept;
+        kept = live;
+    }
+    return live;
+}
+
 int removeTrace()
 {
     for (int attempt = 0; attempt < offAttempts; ++attempt) {
@@ -54,7 +67,7 @@ int removeTrace()
         // A file trace whose file was removed can no longer be written, but
         // it must still be possible to end it.
         if (live == nullptr)
-            live = mapLive(false);
+            live = mapLiveToEnd();
         if (live == nullptr)
             return ENOENT;
         int rc = semLock(*live);
