@@ -5,10 +5,11 @@
  *
  * Every write returns 0 when the record was stored, 1 when no trace took it
  * (no trace, trace stopped, filtered out or buffer full), and -1 with errno
- * on a failure. With no trace running a write costs a few loads and no
- * system call. A thread that finds no trace looks for one again on its 16th
- * write after at least 100 ms: a trace that is turned on is seen by the
- * running writers within 100 ms and 16 writes of each thread.
+ * on a failure. With no trace running, trcWrite and trcWriteRc cost one
+ * load in the caller and do not enter the library: once a write has found
+ * no trace, a thread of the facility watches for one and reopens the way
+ * within 100 ms of a trace being turned on. A thread then takes up to 16
+ * further writes to find the new trace.
  */
 #ifndef KELVO_TRACE_H
 #define KELVO_TRACE_H
@@ -60,14 +61,42 @@ enum {
     TRC_EVENT_PRF_EXIT = 101
 };
 
+/*
+ * Nonzero while no trace runs and the facility watches for one, so that a
+ * write may be answered with 1 without entering the library. Read only.
+ */
+extern int trcWriterIdle;
+
+/* The library's entries of trcWrite and trcWriteRc, behind the idle test. */
+int trcWriteEntry(unsigned product, unsigned event, unsigned component, unsigned klass,
+                  unsigned function, unsigned tracePoint, const void* thisPointer,
+                  const void* data, unsigned length);
+int trcWriteRcEntry(unsigned product, unsigned event, unsigned component, unsigned klass,
+                    unsigned function, unsigned tracePoint, const void* thisPointer, int rc);
+
+#ifndef KELVO_BUILDING_FACILITY
 /* A text record of length bytes; the bytes are stored as they stand. */
-int trcWrite(unsigned product, unsigned event, unsigned component, unsigned klass,
-             unsigned function, unsigned tracePoint, const void* thisPointer,
-             const void* data, unsigned length);
+static inline int trcWrite(unsigned product, unsigned event, unsigned component,
+                           unsigned klass, unsigned function, unsigned tracePoint,
+                           const void* thisPointer, const void* data, unsigned length)
+{
+    if (__atomic_load_n(&trcWriterIdle, __ATOMIC_RELAXED) != 0)
+        return 1;
+    return trcWriteEntry(product, event, component, klass, function, tracePoint, thisPointer,
+                         data, length);
+}
 
 /* A return-code record. */
-int trcWriteRc(unsigned product, unsigned event, unsigned component, unsigned klass,
-               unsigned function, unsigned tracePoint, const void* thisPointer, int rc);
+static inline int trcWriteRc(unsigned product, unsigned event, unsigned component,
+                             unsigned klass, unsigned function, unsigned tracePoint,
+                             const void* thisPointer, int rc)
+{
+    if (__atomic_load_n(&trcWriterIdle, __ATOMIC_RELAXED) != 0)
+        return 1;
+    return trcWriteRcEntry(product, event, component, klass, function, tracePoint, thisPointer,
+                           rc);
+}
+#endif
 
 /* A text record made by printf rules; formatted only when a trace takes it. */
 int trcWritef(unsigned product, unsigned event, unsigned component, unsigned klass,

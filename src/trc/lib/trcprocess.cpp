@@ -4,7 +4,11 @@
 // live a write needs no system call at all. When the block is removed or no
 // trace exists, the writer looks for a new block at most every 100 ms; the
 // time is read from the coarse clock, which costs no system call either,
-// and only on every 16th call of a thread.
+// and only on every 16th call of a thread. Once a look has found nothing,
+// trcWriterIdle lets the callers answer their writes without entering the
+// library at all, and a watching thread reopens the way when a trace
+// appears.
+#include "trcexport.h"
 #include "trcprocess.h"
 
 #include <pthread.h>
@@ -16,6 +20,10 @@
 #include <ctime>
 #include <mutex>
 
+extern "C" {
+KELVO_EXPORT int trcWriterIdle = 0;
+}
+
 namespace kelvo {
 
 std::atomic<Live*> writerBlock{nullptr};
@@ -26,6 +34,7 @@ namespace {
 std::atomic<Live*>& current = writerBlock;
 
 constexpr int64_t probeIntervalNs = 100'000'000;
+constexpr long watchIntervalNs = 50'000'000;
 constexpr uint32_t callsPerClockRead = 16;
 
 
@@ -47,10 +56,21 @@ int64_t coarseNowNs()
     return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
+// Set while this process has a thread that watches for a trace.
+bool watching = false;
+
+void setIdle(int idle)
+{
+    __atomic_store_n(&trcWriterIdle, idle, __ATOMIC_RELAXED);
+}
+
 void forgetAfterFork()
 {
     cachedPid.store(0, std::memory_order_relaxed);
     cachedTid = 0;
+    // The watching thread is not copied into the child.
+    watching = false;
+    setIdle(0);
 }
 
 void registerForkHandler()
@@ -59,13 +79,49 @@ void registerForkHandler()
     std::call_once(once, [] { pthread_atfork(nullptr, nullptr, forgetAfterFork); });
 }
 
+// Reopens the way into the library for the writers as soon as a trace
+// exists; runs for the life of the process.
+void* watchForTrace(void*)
+{
+    for (;;) {
+        struct timespec pause {0, watchIntervalNs};
+        nanosleep(&pause, nullptr);
+        if (__atomic_load_n(&trcWriterIdle, __ATOMIC_RELAXED) != 0 &&
+            access(instancePath().c_str(), F_OK) == 0) {
+            nextProbeNs.store(0, std::memory_order_relaxed);
+            setIdle(0);
+        }
+    }
+    return nullptr;
+}
+
+// After a look that found no trace: callers may stop entering the library
+// once a thread watches for the next trace. Caller holds `probing`.
+void becomeIdle()
+{
+    if (!watching) {
+        registerForkHandler();
+        pthread_attr_t attr;
+        pthread_attr_init(&attr);
+        pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+        pthread_t thread;
+        watching = pthread_create(&thread, &attr, watchForTrace, nullptr) == 0;
+        pthread_attr_destroy(&attr);
+        if (!watching)
+            return;
+    }
+    setIdle(1);
+}
+
 // Replaces a removed block by the published one, if any. Caller holds
 // `probing`.
 Live* refresh()
 {
     Live* live = current.load(std::memory_order_acquire);
-    if (live != nullptr && loadRelaxed(live->control->removed) == 0)
+    if (live != nullptr && loadRelaxed(live->control->removed) == 0) {
+        setIdle(0);
         return live;
+    }
     Live* found = mapLive();
     if (found == nullptr) {
         int saved = errno;
@@ -77,6 +133,7 @@ Live* refresh()
     mapped = found;
     onNewLive(*found);
     current.store(found, std::memory_order_release);
+    setIdle(0);
     return found;
 }
 
@@ -92,7 +149,10 @@ Live* probeWhenDue()
         return nullptr;
     std::lock_guard<std::mutex> hold(probing);
     nextProbeNs.store(now + probeIntervalNs, std::memory_order_relaxed);
-    return refresh();
+    Live* live = refresh();
+    if (live == nullptr)
+        becomeIdle();
+    return live;
 }
 
 } // namespace

@@ -46,9 +46,9 @@ int write(const RecordIds& ids, const void* thisPointer, const void* data, uint3
 
 extern "C" {
 
-KELVO_EXPORT int trcWrite(unsigned product, unsigned event, unsigned component, unsigned klass,
-                          unsigned function, unsigned tracePoint, const void* thisPointer,
-                          const void* data, unsigned length)
+KELVO_EXPORT int trcWriteEntry(unsigned product, unsigned event, unsigned component,
+                               unsigned klass, unsigned function, unsigned tracePoint,
+                               const void* thisPointer, const void* data, unsigned length)
 {
     if (!kelvo::writerMayLook()) [[likely]]
         return 1;
@@ -56,8 +56,9 @@ KELVO_EXPORT int trcWrite(unsigned product, unsigned event, unsigned component, 
                  length);
 }
 
-KELVO_EXPORT int trcWriteRc(unsigned product, unsigned event, unsigned component, unsigned klass,
-                            unsigned function, unsigned tracePoint, const void* thisPointer, int rc)
+KELVO_EXPORT int trcWriteRcEntry(unsigned product, unsigned event, unsigned component,
+                                 unsigned klass, unsigned function, unsigned tracePoint,
+                                 const void* thisPointer, int rc)
 {
     if (!kelvo::writerMayLook()) [[likely]]
         return 1;
@@ -96,6 +97,22 @@ KELVO_EXPORT int trcWritef(unsigned product, unsigned event, unsigned component,
     }
     return kelvo::storeRecord(*live, RecordSource{ids, object, reinterpret_cast<const uint8_t*>(stored),
                                                   static_cast<uint32_t>(length)});
+}
+
+// The same writes under their plain names, for programs that bind to the
+// facility by name (dlsym, other languages) rather than through trace.h.
+KELVO_EXPORT int trcWrite(unsigned product, unsigned event, unsigned component, unsigned klass,
+                          unsigned function, unsigned tracePoint, const void* thisPointer,
+                          const void* data, unsigned length)
+{
+    return trcWriteEntry(product, event, component, klass, function, tracePoint, thisPointer, data,
+                         length);
+}
+
+KELVO_EXPORT int trcWriteRc(unsigned product, unsigned event, unsigned component, unsigned klass,
+                            unsigned function, unsigned tracePoint, const void* thisPointer, int rc)
+{
+    return trcWriteRcEntry(product, event, component, klass, function, tracePoint, thisPointer, rc);
 }
 
 KELVO_EXPORT void trcSetCompanion(unsigned cpid)
