@@ -1,5 +1,6 @@
 // The command word as the built tool answers it: the overview, help, unknown
-// words and the letter case of the command line.
+// words, the letter case of the command line, and every word reaching its
+// own command.
 #include <string>
 #include <vector>
 
@@ -8,59 +9,48 @@
 #include "run_tool.h"
 #include "trcmsg.h"
 
-using kelvotest::runTool;
-using kelvotest::runToolAs;
-
 namespace {
 
-std::string overview()
-{
-    return std::string(trcMsgGet(0)) + "\n";
-}
+using Args = std::vector<std::string>;
 
-std::string unknownWord()
+// The whole answer is the text on standard output and status 1.
+void expectAnswer(const std::string& argv0, const Args& args, const std::string& out)
 {
-    return "Incorrect option.\n\n" + overview();
+    const auto run = kelvotest::runToolAs(argv0, args);
+    const std::string shown = argv0 + " " + ::testing::PrintToString(args);
+    EXPECT_EQ(run.out, out) << shown;
+    EXPECT_EQ(run.err, "") << shown;
+    EXPECT_EQ(run.status, 1) << shown;
 }
 
 }  // namespace
 
-TEST(CommandEntry, NoArgumentAndHelpPrintTheOverview)
+TEST(CommandEntry, OverviewHelpAndUnknownWordsUnderAnyProgramName)
 {
-    const std::vector<std::vector<std::string>> cases = {
-        {}, {"help"}, {"HeLp"}, {"HELP", "x"}, {"help", "-X"}};
-    for (const auto& args : cases) {
-        const auto run = runTool(args);
-        EXPECT_EQ(run.out, overview()) << ::testing::PrintToString(args);
-        EXPECT_EQ(run.err, "");
-        EXPECT_EQ(run.status, 1);
+    const std::string overview = std::string(trcMsgGet(0)) + "\n";
+    const std::string unknown = "Incorrect option.\n\n" + overview;
+    for (const Args& args : {Args{}, {"help"}, {"HeLp"}, {"HELP", "x"}, {"help", "-X"}}) {
+        expectAnswer(kelvotest::toolPath(), args, overview);
     }
-}
-
-TEST(CommandEntry, UnknownWordsPrintIncorrectOptionAndTheOverview)
-{
-    const std::vector<std::vector<std::string>> cases = {
-        {"frobnicate"}, {"FROBNICATE", "x"}, {""},       {"-help"}, {"helpx"},     {"hel"},
-        {"help "},      {"o"},               {"on-"},    {"formats"}, {"\xc3\x89"}};
-    for (const auto& args : cases) {
-        const auto run = runTool(args);
-        EXPECT_EQ(run.out, unknownWord()) << ::testing::PrintToString(args);
-        EXPECT_EQ(run.err, "");
-        EXPECT_EQ(run.status, 1);
+    for (const char* word : {"frobnicate", "FROBNICATE", "", "-help", "helpx", "hel", "o", "on-",
+                             "formats", "\xc3\x89"}) {
+        expectAnswer(kelvotest::toolPath(), {word, "x"}, unknown);
     }
-}
-
-// The program's name does not change what the entry prints, whatever the
-// tool's argv[0] is.
-TEST(CommandEntry, AnyProgramNameGivesTheSameAnswers)
-{
     for (const char* argv0 : {"bin/kelvo", "kelvo", "/", ""}) {
-        auto run = runToolAs(argv0, {});
-        EXPECT_EQ(run.out, overview()) << argv0;
-        EXPECT_EQ(run.status, 1);
-        run = runToolAs(argv0, {"Frobnicate"});
-        EXPECT_EQ(run.out, unknownWord()) << argv0;
-        EXPECT_EQ(run.err, "");
-        EXPECT_EQ(run.status, 1);
+        expectAnswer(argv0, {}, overview);
+        expectAnswer(argv0, {"Frobnicate"}, unknown);
+    }
+}
+
+// "help" behind a word asks its command for its usage, whose number is the
+// code of the word.
+TEST(CommandEntry, EveryWordReachesItsCommandInAnyCase)
+{
+    const std::vector<std::pair<const char*, int>> words = {
+        {"chg", 1},  {"change", 1}, {"CHANGE", 1}, {"clr", 2},  {"clear", 2}, {"dmp", 3},
+        {"Dump", 3}, {"flw", 4},    {"flow", 4},   {"fmt", 5},  {"format", 5}, {"inf", 6},
+        {"info", 6}, {"information", 6}, {"off", 7}, {"on", 8}, {"On", 8}};
+    for (const auto& [word, usage] : words) {
+        expectAnswer(kelvotest::toolPath(), {word, "help"}, std::string(trcMsgGet(usage)) + "\n");
     }
 }

@@ -3,9 +3,7 @@
 
 #include "trcwalk.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
@@ -22,14 +20,20 @@ std::vector<uint8_t> noMask() { return std::vector<uint8_t>(TRC_MASK_SIZE, 0); }
 
 int turnOn(const OnArgs& a)
 {
-    int32_t rc = trcOn(0, a.mask.data(), a.pid, a.tid, a.cpid, a.thisPointer, a.returnCode,
-                       a.maxSevereErrors, a.maxRecordSize, a.flags, a.crashMask.data(),
-                       a.pauseMask.data(), a.pauseAttrib, a.fileName.c_str(), a.bufferSize);
-    if (rc != 0)
+    if (trcOn(0, a.mask.data(), a.pid, a.tid, a.cpid, a.thisPointer, a.returnCode,
+              a.maxSevereErrors, a.maxRecordSize, a.flags, a.crashMask.data(),
+              a.pauseMask.data(), a.pauseAttrib, a.fileName.c_str(), a.bufferSize) != 0)
         return errno;
-    // Makes the writers of this process see the new trace at once.
-    trcIsOn();
+    trcIsOn();  // the writers of this process see the new trace at once
     return 0;
+}
+
+int change(const OnArgs& a)
+{
+    return trcChg(a.mask.data(), a.pid, a.tid, a.cpid, a.thisPointer, a.returnCode, a.maxSevereErrors,
+                  a.maxRecordSize, a.flags, a.crashMask.data(), a.pauseMask.data(), a.pauseAttrib) == 0
+               ? 0
+               : errno;
 }
 
 Instance::Instance()
@@ -39,29 +43,23 @@ Instance::Instance()
     setenv("KELVO_INSTANCE", name_.c_str(), 1);
 }
 
-Instance::~Instance()
-{
-    trcOff(0);
-}
-
 TempDir::TempDir()
 {
     char pattern[] = "/tmp/kelvo-libtest-XXXXXX";
-    const char* made = mkdtemp(pattern);
-    path_ = made ? made : "/tmp";
+    path = mkdtemp(pattern) ? pattern : "/tmp";
 }
 
 TempDir::~TempDir()
 {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    if (path != "/tmp")
+        std::filesystem::remove_all(path, ignored);
 }
 
 std::string readWholeFile(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream bytes;
-    bytes << in.rdbuf();
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
     return bytes.str();
 }
 
@@ -72,44 +70,12 @@ int dumpTo(const std::string& path, std::string& bytes)
         return errno;
     int rc = trcDump(0, fd) == 0 ? 0 : errno;
     trcFileDetach(fd);
-    if (rc == 0)
-        bytes = readWholeFile(path);
+    bytes = rc == 0 ? readWholeFile(path) : std::string();
     unlink(path.c_str());
     return rc;
 }
 
-namespace {
-
-Found found(const trcRecord_t* r)
-{
-    Found f{};
-    f.ids[0] = static_cast<uint8_t>(trcRecProduct(r));
-    f.ids[1] = static_cast<uint8_t>(trcRecEvent(r));
-    f.ids[2] = static_cast<uint8_t>(trcRecComponent(r));
-    f.ids[3] = static_cast<uint8_t>(trcRecClass(r));
-    f.ids[4] = static_cast<uint8_t>(trcRecFunction(r));
-    f.ids[5] = static_cast<uint8_t>(trcRecTracePoint(r));
-    f.thisPointer = r->thisPointer;
-    f.pid = r->pid;
-    f.tid = r->tid;
-    f.node = r->node;
-    f.cpid = r->cpid;
-    f.sec = r->sec;
-    f.nsec = r->nsec;
-    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(r);
-    int32_t length = r->length;
-    if (length >= TRC_RECORD_MIN)
-        f.data.assign(reinterpret_cast<const char*>(bytes) + TRC_RECORD_FIXED,
-                      static_cast<std::size_t>(length - TRC_RECORD_MIN));
-    int32_t trailing = 0;
-    std::memcpy(&trailing, bytes + trcAligned(length) - 4, sizeof trailing);
-    f.whole = length >= TRC_RECORD_MIN && trailing == length;
-    return f;
-}
-
-} // namespace
-
-Walked walkImage(std::string image)
+Walked walkImage(const std::string& image)
 {
     Walked w;
     if (image.size() < TRC_HEADER_SIZE)
@@ -118,16 +84,26 @@ Walked walkImage(std::string image)
     std::vector<uint32_t> words((image.size() + 3) / 4);
     std::memcpy(words.data(), image.data(), image.size());
     auto* base = reinterpret_cast<uint8_t*>(words.data());
-    auto* header = reinterpret_cast<const trcHeader_t*>(base);
     uint8_t* area = base + TRC_HEADER_SIZE;
     trcWalk_t walk{};
-    trcWalkBounds(header, area, image.size() - TRC_HEADER_SIZE, &walk);
+    std::size_t areaSize = image.size() - TRC_HEADER_SIZE;
+    trcWalkBounds(reinterpret_cast<const trcHeader_t*>(base), area, areaSize, &walk);
     w.lost = walk.hasLostRecords;
     w.complete = trcWalkEach(&walk, area, [&](const trcRecord_t* r) {
-        w.records.push_back(found(r));
+        Found f{*r, {}, {}, false};
+        f.ids = {static_cast<uint8_t>(trcRecProduct(r)), static_cast<uint8_t>(trcRecEvent(r)),
+                 static_cast<uint8_t>(trcRecComponent(r)), static_cast<uint8_t>(trcRecClass(r)),
+                 static_cast<uint8_t>(trcRecFunction(r)), static_cast<uint8_t>(trcRecTracePoint(r))};
+        const char* bytes = reinterpret_cast<const char*>(r);
+        int32_t trailing = -1;
+        if (r->length >= TRC_RECORD_MIN)
+            std::memcpy(&trailing, bytes + trcAligned(r->length) - 4, sizeof trailing);
+        f.whole = r->length >= TRC_RECORD_MIN && trailing == r->length;
+        if (f.whole)
+            f.data.assign(bytes + TRC_RECORD_FIXED, bytes + r->length - 4);
+        w.records.push_back(f);
         return true;
     });
-    w.recordCount = static_cast<int32_t>(w.records.size());
     return w;
 }
 
@@ -143,23 +119,27 @@ Walked dumpAndWalk(const TempDir& dir)
 std::string patternText(uint32_t n)
 {
     std::string text = "n=" + std::to_string(n) + ":";
-    std::size_t extra = n % 97;
-    for (std::size_t i = 0; i < extra; ++i)
+    for (uint32_t i = 0; i < n % 97; ++i)
         text.push_back(static_cast<char>((n + i) & 0xFF));
     return text;
 }
 
 int64_t patternNumber(const std::string& text)
 {
-    if (text.rfind("n=", 0) != 0)
-        return -1;
-    std::size_t colon = text.find(':');
-    if (colon == std::string::npos || colon < 3 || colon > 12)
+    if (text.rfind("n=", 0) != 0 || text.size() < 4 || text.size() > 128)
         return -1;
     int64_t n = std::strtoll(text.c_str() + 2, nullptr, 10);
-    if (n < 0 || patternText(static_cast<uint32_t>(n)) != text)
-        return -1;
-    return n;
+    return n >= 0 && n <= UINT32_MAX && patternText(static_cast<uint32_t>(n)) == text ? n : -1;
+}
+
+void expectRun(const Walked& w, int64_t last)
+{
+    ASSERT_TRUE(w.complete);
+    for (std::size_t i = 0; i < w.records.size(); ++i) {
+        ASSERT_TRUE(w.records[i].whole) << i;
+        int64_t expected = last - static_cast<int64_t>(w.records.size() - 1 - i);
+        ASSERT_EQ(patternNumber(w.records[i].data), expected) << i;
+    }
 }
 
 } // namespace libtest

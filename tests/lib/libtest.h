@@ -6,121 +6,89 @@
 #include <kelvo/facility.h>
 #include <kelvo/trace.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace libtest {
 
-// Selects every record, or none.
 std::vector<uint8_t> allMask();
 std::vector<uint8_t> noMask();
 
 // The settings of `kelvo on` with no options, for the fields tests vary.
 struct OnArgs {
     std::vector<uint8_t> mask = allMask();
-    int32_t pid = -1;
-    int32_t tid = -1;
-    int32_t cpid = -1;
+    int32_t pid = -1, tid = -1, cpid = -1;
     uint32_t thisPointer = 0;
-    int32_t returnCode = 0;
-    int32_t maxSevereErrors = -1;
-    int32_t maxRecordSize = 32768;
+    int32_t returnCode = 0, maxSevereErrors = -1, maxRecordSize = 32768;
     uint32_t flags = TRC_DEST_SHARED | TRC_KEEP_LAST | TRC_NO_POINTER_CHECK;
-    std::vector<uint8_t> crashMask = noMask();
-    std::vector<uint8_t> pauseMask = noMask();
+    std::vector<uint8_t> crashMask = noMask(), pauseMask = noMask();
     int32_t pauseAttrib = -1;
     std::string fileName;
     int64_t bufferSize = 1048576;
 };
+int turnOn(const OnArgs& args);  // trcOn; 0 or errno
+int change(const OnArgs& args);  // trcChg; 0 or errno
 
-// trcOn with these settings; 0 or errno.
-int turnOn(const OnArgs& args);
-
-// A facility instance of its own for the running test, set in
-// KELVO_INSTANCE; the trace is turned off when it ends.
+// A facility instance of its own, set in KELVO_INSTANCE; turned off at the end.
 class Instance {
 public:
     Instance();
-    ~Instance();
-    Instance(const Instance&) = delete;
-    Instance& operator=(const Instance&) = delete;
+    ~Instance() { trcOff(0); }
     const std::string& name() const { return name_; }
-
 private:
     std::string name_;
 };
 
-// A directory of its own, removed with its files when it ends.
-class TempDir {
-public:
+// A directory of its own, removed with its files at the end.
+struct TempDir {
     TempDir();
     ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
+    std::string file(const std::string& name) const { return path + "/" + name; }
+    std::string path;
 };
 
-// The bytes of a whole file.
 std::string readWholeFile(const std::string& path);
+int dumpTo(const std::string& path, std::string& bytes);  // trcDump; 0 or errno
 
-// trcDump into a new file and its bytes; 0 or errno.
-int dumpTo(const std::string& path, std::string& bytes);
-
-// One record as the walk found it.
+// One record as the walk found it; whole: the trailing word equals the length.
 struct Found {
-    uint8_t ids[6];
-    uint32_t thisPointer;
-    uint32_t pid;
-    uint32_t tid;
-    int32_t node;
-    uint32_t cpid;
-    int32_t sec;
-    int32_t nsec;
-    std::string data;  // length - 44 bytes
-    bool whole;        // trailing word equals the length
+    trcRecord_t head;
+    std::array<uint8_t, 6> ids;
+    std::string data;
+    bool whole;
 };
-
-// The walk over a trace image (header and area).
 struct Walked {
-    bool complete = false;     // reached the end mark: no corrupt records
-    bool lost = false;         // hasLostRecords
-    int32_t recordCount = 0;   // as counted
+    bool complete = false;  // reached the end mark: no corrupt records
+    bool lost = false;
     std::vector<Found> records;
 };
-Walked walkImage(std::string image);
-
-// Dumps the live trace into a file of `dir` and walks it.
+Walked walkImage(const std::string& image);  // header and area
 Walked dumpAndWalk(const TempDir& dir);
 
-// Text of a record number: a deterministic run of bytes whose length
-// varies with n, so that every record can be checked whole.
+// Text of record n, its length varying with n so that every record can be
+// checked whole; patternNumber gives n back, or -1 for another text.
 std::string patternText(uint32_t n);
-// n of a pattern text, or -1 if the text is not one.
 int64_t patternNumber(const std::string& text);
+// Asserts that the walk found whole pattern records numbered without a gap,
+// the newest being `last`.
+void expectRun(const Walked& w, int64_t last);
 
 // Runs fn in a child process and returns its wait status.
-template <typename Fn> int inChild(Fn fn);
-
-} // namespace libtest
-
-#include <sys/wait.h>
-#include <unistd.h>
-
-template <typename Fn> int libtest::inChild(Fn fn)
+template <typename Fn> int inChild(Fn fn)
 {
     pid_t pid = fork();
-    if (pid == 0) {
-        int status = fn();
-        _exit(status);
-    }
+    if (pid == 0)
+        _exit(fn());
     int status = 0;
     waitpid(pid, &status, 0);
     return status;
 }
+
+} // namespace libtest
 
 #endif

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 using namespace libtest;
@@ -30,34 +31,31 @@ void areaStoreHook()
 
 namespace {
 
-using kelvo::Live;
-
 // An area of its own with the control fields placement uses.
 struct Area {
     explicit Area(int32_t size) : bytes(static_cast<std::size_t>(size) / 4), control{}
     {
-        live.control = &control;
-        live.area = reinterpret_cast<uint8_t*>(bytes.data());
         live.bufferSize = size;
         live.segmentSize = trcSegmentSize(size);
+        point();
         kelvo::areaReset(live);
     }
-    Area(const Area& other) : bytes(other.bytes), control(other.control), live(other.live)
+    Area(const Area& other) : bytes(other.bytes), control(other.control), live(other.live) { point(); }
+    Area& operator=(const Area&) = delete;
+    void point()
     {
         live.control = &control;
         live.area = reinterpret_cast<uint8_t*>(bytes.data());
     }
-    Area& operator=(const Area&) = delete;
-
     std::vector<uint32_t> bytes;
     kelvo::Control control;
-    Live live{};
+    kelvo::Live live{};
 };
 
 // Places pattern record n as the library's writer does; false when full.
-bool place(Area& a, uint32_t n, bool keepInitial = false)
+bool place(Area& a, int64_t n, bool keepInitial = false)
 {
-    std::string text = patternText(n);
+    std::string text = patternText(static_cast<uint32_t>(n));
     int32_t length = std::min<int32_t>(TRC_RECORD_MIN + static_cast<int32_t>(text.size()),
                                        kelvo::areaLargestRecord(a.live));
     int32_t aligned = trcAligned(length);
@@ -89,41 +87,31 @@ Walked walk(const Area& a, uint32_t flags = 0)
     return walkImage(image);
 }
 
-// Whole pattern records numbered without a gap, the newest being `last`.
-void expectRun(const Walked& w, int64_t last)
+// Runs `action` on copies of `before` stopped before each of its stores in
+// turn. Stopped, the area holds the records up to `last`; done, up to the
+// one after; and after recovery a writer goes on from it.
+template <typename Fn> void stopEverywhere(const Area& before, int64_t last, Fn action)
 {
-    ASSERT_TRUE(w.complete);
-    for (std::size_t i = 0; i < w.records.size(); ++i) {
-        ASSERT_TRUE(w.records[i].whole) << i;
-        ASSERT_EQ(patternNumber(w.records[i].data), last - static_cast<int64_t>(w.records.size() - 1 - i));
-    }
-}
-
-// Writes record n stopped before each of its stores in turn; after every
-// stop checks the area, then recovers and writes on.
-void killEverywhere(const Area& before, uint32_t n)
-{
-    for (int stop = 0;; ++stop) {
+    for (int stop = 0; !testing::Test::HasFatalFailure(); ++stop) {
+        SCOPED_TRACE(testing::Message() << "after record " << last << " stopped before store " << stop);
         Area a(before);
         kelvo::storesLeft = stop;
         bool killed = false;
         try {
-            place(a, n);
+            action(a);
         } catch (const kelvo::Killed&) {
             killed = true;
         }
         kelvo::storesLeft = -1;
-        SCOPED_TRACE(testing::Message() << "record " << n << " stopped before store " << stop);
-        Walked w = walk(a);
-        expectRun(w, static_cast<int64_t>(n) - (killed ? 1 : 0));
+        expectRun(walk(a), killed ? last : last + 1);
         if (!killed)
             return;
         kelvo::areaRecover(a.live);
-        for (uint32_t next = n; next < n + 3; ++next)
+        for (int64_t next = last + 1; next <= last + 3; ++next)
             place(a, next);
-        w = walk(a);
+        Walked w = walk(a);
         ASSERT_FALSE(w.records.empty());
-        expectRun(w, n + 2);
+        expectRun(w, last + 3);
     }
 }
 
@@ -132,26 +120,17 @@ void killEverywhere(const Area& before, uint32_t n)
 TEST(LibArea, AWriterStoppedAnywhereInOneSegmentLeavesAReadableArea)
 {
     Area a(1024);
-    for (uint32_t n = 0; n < 150; ++n) {
-        killEverywhere(a, n);
-        if (HasFatalFailure())
-            return;
-        place(a, n);
-    }
+    for (int64_t n = 0; n < 150 && !HasFatalFailure(); place(a, n++))
+        stopEverywhere(a, n - 1, [n](Area& x) { place(x, n); });
 }
 
 TEST(LibArea, AWriterStoppedAnywhereAtSegmentEndsAndWrapsLeavesAReadableArea)
 {
     Area a(131072);
-    for (uint32_t n = 0; n < 4500; ++n) {
+    for (int64_t n = 0; n < 4500 && !HasFatalFailure(); place(a, n++)) {
         int32_t end = a.control.endOffset;
-        int32_t toSegmentEnd = a.live.segmentSize - end % a.live.segmentSize;
-        if (toSegmentEnd < 400 || end < 400 || n % 64 == 0) {
-            killEverywhere(a, n);
-            if (HasFatalFailure())
-                return;
-        }
-        place(a, n);
+        if (a.live.segmentSize - end % a.live.segmentSize < 400 || end < 400 || n % 64 == 0)
+            stopEverywhere(a, n - 1, [n](Area& x) { place(x, n); });
     }
     Walked w = walk(a);
     EXPECT_TRUE(w.lost);
@@ -163,41 +142,24 @@ TEST(LibArea, ClearingStoppedAnywhereLeavesAReadableArea)
     Area full(1024);
     for (uint32_t n = 0; n < 100; ++n)
         place(full, n);
-    for (int stop = 0;; ++stop) {
-        Area a(full);
-        kelvo::storesLeft = stop;
-        bool killed = false;
-        try {
-            kelvo::areaReset(a.live);
-        } catch (const kelvo::Killed&) {
-            killed = true;
-        }
-        kelvo::storesLeft = -1;
-        SCOPED_TRACE(stop);
-        Walked w = walk(a);
-        expectRun(w, 99);
-        if (!killed) {
-            EXPECT_TRUE(w.records.empty());
-            EXPECT_FALSE(w.lost);
-            break;
-        }
-        kelvo::areaRecover(a.live);
-        place(a, 100);
-        expectRun(walk(a), 100);
-    }
+    stopEverywhere(full, 99, [](Area& x) { kelvo::areaReset(x.live); });
+    kelvo::areaReset(full.live);
+    Walked w = walk(full);
+    EXPECT_EQ(std::tuple(w.complete, w.lost, w.records.size()), std::tuple(true, false, std::size_t{0}));
 }
 
 TEST(LibArea, KeepInitialStopsAtTheLastSegment)
 {
     Area a(131072);
-    uint32_t n = 0;
+    int64_t n = 0;
     while (place(a, n, true))
         ++n;
     EXPECT_FALSE(place(a, n, true));
     Walked w = walk(a, TRC_KEEP_INITIAL);
     expectRun(w, n - 1);
-    EXPECT_EQ(w.records.size(), n);
+    EXPECT_EQ(w.records.size(), static_cast<std::size_t>(n));
     // The free end of the last segment is smaller than the record refused.
     int32_t left = 131072 - a.control.endOffset;
-    EXPECT_LT(left, trcAligned(static_cast<int32_t>(TRC_RECORD_MIN + patternText(n).size())) + 4);
+    auto refused = static_cast<int32_t>(TRC_RECORD_MIN + patternText(static_cast<uint32_t>(n)).size());
+    EXPECT_LT(left, trcAligned(refused) + 4);
 }

@@ -1,9 +1,10 @@
-// Running processes for tests and collecting what they print.
+// Running processes for tests and collecting what they print. A child's
+// standard input, output and error are unnamed files in memory: no child can
+// block on a full pipe, and the parent reads both outputs whole once the
+// child has ended.
 #include "run_tool.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,134 +24,74 @@ extern char** environ;
 namespace kelvotest {
 namespace {
 
-struct Pipe {
-    int read = -1;
-    int write = -1;
-};
-
-Pipe makePipe()
+void check(bool ok, const char* what)
 {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-        throw std::runtime_error(std::string("pipe2: ") + std::strerror(errno));
-    }
-    return Pipe{fds[0], fds[1]};
-}
-
-void closeFd(int& fd)
-{
-    if (fd >= 0) {
-        close(fd);
-        fd = -1;
+    if (!ok) {
+        throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
     }
 }
 
-// A parent writing to a child that has stopped reading must see EPIPE, not
-// die of SIGPIPE.
-void ignoreSigpipe()
+// An unnamed file holding content, to be read from its start.
+int memoryFile(const std::string& content)
 {
-    static const bool done = [] {
-        signal(SIGPIPE, SIG_IGN);
-        return true;
-    }();
-    (void)done;
+    const int fd = memfd_create("kelvo-test", MFD_CLOEXEC);
+    check(fd >= 0 && write(fd, content.data(), content.size()) == ssize_t(content.size()) &&
+              lseek(fd, 0, SEEK_SET) == 0,
+          "memory file");
+    return fd;
 }
 
-// In the child: standard input from /dev/null, or from the read end of a
-// pipe when the parent feeds it.
-void childStdin(int inputFd)
+// Everything in the file, read through a fresh open that starts at offset 0.
+std::string takeContents(int fd)
 {
-    int fd = inputFd;
-    if (fd < 0) {
-        fd = open("/dev/null", O_RDONLY);
-    }
-    if (fd < 0 || dup2(fd, STDIN_FILENO) < 0) {
+    std::string text = readFile("/proc/self/fd/" + std::to_string(fd));
+    close(fd);
+    return text;
+}
+
+// Forks a child with input as its standard input and runs body there, which
+// ends the child; returns what the child printed and how it ended.
+RunResult runChild(const std::string& input, const std::function<void()>& body)
+{
+    const int fds[3] = {memoryFile(input), memoryFile({}), memoryFile({})};
+    std::fflush(nullptr);  // nothing buffered may be written twice
+    const pid_t pid = fork();
+    check(pid >= 0, "fork");
+    if (pid == 0) {
+        for (int i = 0; i < 3; ++i) {
+            if (dup2(fds[i], i) < 0) {
+                _exit(126);
+            }
+        }
+        body();
         _exit(126);
     }
-}
-
-void childOutputs(const Pipe& out, const Pipe& err)
-{
-    if (dup2(out.write, STDOUT_FILENO) < 0 || dup2(err.write, STDERR_FILENO) < 0) {
-        _exit(126);
-    }
-}
-
-// Feeds input to inFd (if open) and reads outFd and errFd until both reach
-// their end, all at once so that no pipe fills while another is waited on.
-void exchange(int inFd, const std::string& input, int outFd, int errFd, RunResult& result)
-{
-    std::size_t written = 0;
-    if (inFd >= 0 && input.empty()) {
-        closeFd(inFd);
-    }
-    while (outFd >= 0 || errFd >= 0 || inFd >= 0) {
-        pollfd fds[3] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}, {inFd, POLLOUT, 0}};
-        if (poll(fds, 3, -1) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            throw std::runtime_error(std::string("poll: ") + std::strerror(errno));
-        }
-        int* readFds[2] = {&outFd, &errFd};
-        std::string* sinks[2] = {&result.out, &result.err};
-        for (int i = 0; i < 2; ++i) {
-            if (*readFds[i] >= 0 && fds[i].revents != 0) {
-                char buffer[4096];
-                const ssize_t n = read(*readFds[i], buffer, sizeof buffer);
-                if (n > 0) {
-                    sinks[i]->append(buffer, static_cast<std::size_t>(n));
-                } else if (n == 0 || errno != EINTR) {
-                    closeFd(*readFds[i]);
-                }
-            }
-        }
-        if (inFd >= 0 && fds[2].revents != 0) {
-            const ssize_t n = write(inFd, input.data() + written, input.size() - written);
-            if (n > 0) {
-                written += static_cast<std::size_t>(n);
-            }
-            if ((n < 0 && errno != EINTR && errno != EAGAIN) || written == input.size()) {
-                closeFd(inFd);
-            }
-        }
-    }
-}
-
-int waitStatus(pid_t pid)
-{
     int status = 0;
     while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            throw std::runtime_error(std::string("waitpid: ") + std::strerror(errno));
-        }
+        check(errno == EINTR, "waitpid");
     }
-    if (WIFEXITED(status)) {
-        return WEXITSTATUS(status);
-    }
-    if (WIFSIGNALED(status)) {
-        return 128 + WTERMSIG(status);
-    }
-    return -1;
+    close(fds[0]);
+    return {takeContents(fds[1]), takeContents(fds[2]),
+            WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status)};
 }
 
-// The test's environment with the overrides applied, as "NAME=value" texts.
+// "NAME=value" texts of the test's environment with the overrides applied,
+// and the null-ended vector of pointers into them for execve.
 std::vector<std::string> childEnvironment(const EnvOverrides& env)
 {
-    std::vector<std::string> result;
+    std::vector<std::string> texts;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
-        const std::string name = text.substr(0, text.find('='));
-        if (env.find(name) == env.end()) {
-            result.push_back(text);
+        if (env.count(text.substr(0, text.find('='))) == 0) {
+            texts.push_back(text);
         }
     }
     for (const auto& [name, value] : env) {
         if (value) {
-            result.push_back(name + "=" + *value);
+            texts.push_back(name + "=" + *value);
         }
     }
-    return result;
+    return texts;
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts)
@@ -174,46 +115,18 @@ RunResult runProgram(const std::string& path, const std::vector<std::string>& ar
                      const EnvOverrides& env, const std::string& workDir,
                      const std::optional<std::string>& input)
 {
-    ignoreSigpipe();
+    // Built before the fork, so that the child only changes directory and
+    // calls execve.
     std::vector<std::string> argTexts = argv;
     std::vector<std::string> envTexts = childEnvironment(env);
-    std::vector<char*> argPointers = pointers(argTexts);
-    std::vector<char*> envPointers = pointers(envTexts);
-
-    Pipe out = makePipe();
-    Pipe err = makePipe();
-    Pipe in;
-    if (input) {
-        in = makePipe();
-    }
-    std::fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid < 0) {
-        throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
-    }
-    if (pid == 0) {
-        childStdin(in.read);
-        childOutputs(out, err);
-        if (!workDir.empty() && chdir(workDir.c_str()) != 0) {
-            _exit(126);
+    const std::vector<char*> args = pointers(argTexts);
+    const std::vector<char*> envs = pointers(envTexts);
+    return runChild(input.value_or(std::string()), [&] {
+        if (workDir.empty() || chdir(workDir.c_str()) == 0) {
+            execve(path.c_str(), args.data(), envs.data());
+            _exit(127);
         }
-        signal(SIGPIPE, SIG_DFL);
-        execve(path.c_str(), argPointers.data(), envPointers.data());
-        _exit(127);
-    }
-    closeFd(out.write);
-    closeFd(err.write);
-    closeFd(in.read);
-    // A blocking write of the input could wait for a child that waits for
-    // its output to be read.
-    if (in.write >= 0) {
-        fcntl(in.write, F_SETFL, fcntl(in.write, F_GETFL) | O_NONBLOCK);
-    }
-
-    RunResult result;
-    exchange(in.write, input.value_or(std::string()), out.read, err.read, result);
-    result.status = waitStatus(pid);
-    return result;
+    });
 }
 
 RunResult runToolAs(const std::string& argv0, const std::vector<std::string>& args,
@@ -233,43 +146,23 @@ RunResult runTool(const std::vector<std::string>& args, const EnvOverrides& env,
 
 RunResult captureChild(const std::function<void()>& fn)
 {
-    Pipe out = makePipe();
-    Pipe err = makePipe();
-    std::fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid < 0) {
-        throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
-    }
-    if (pid == 0) {
-        childStdin(-1);
-        childOutputs(out, err);
+    return runChild({}, [&] {
+        int status = childReturned;
         try {
             fn();
         } catch (...) {
-            std::fflush(nullptr);
-            _exit(childThrew);
+            status = childThrew;
         }
         std::fflush(nullptr);
-        _exit(childReturned);
-    }
-    closeFd(out.write);
-    closeFd(err.write);
-
-    RunResult result;
-    exchange(-1, std::string(), out.read, err.read, result);
-    result.status = waitStatus(pid);
-    return result;
+        _exit(status);
+    });
 }
 
 TempDir::TempDir()
 {
     const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                          "/kelvo-test-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error(std::string("mkdtemp: ") + std::strerror(errno));
-    }
-    path_ = pattern;
+    path_ = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/kelvo-test-XXXXXX";
+    check(mkdtemp(path_.data()) != nullptr, "mkdtemp");
 }
 
 TempDir::~TempDir()
@@ -287,22 +180,19 @@ std::string TempDir::write(const std::string& name, const std::string& content) 
 {
     const std::string target = file(name);
     std::ofstream stream(target, std::ios::binary | std::ios::trunc);
-    stream << content;
-    if (!stream.flush()) {
-        throw std::runtime_error("cannot write " + target);
-    }
+    check(bool(stream << content << std::flush), target.c_str());
     return target;
 }
 
 std::string readFile(const std::string& path)
 {
     std::ifstream stream(path, std::ios::binary);
+    std::ostringstream content;
     if (!stream) {
         ADD_FAILURE() << "cannot read " << path;
-        return {};
+    } else {
+        content << stream.rdbuf();
     }
-    std::ostringstream content;
-    content << stream.rdbuf();
     return content.str();
 }
 

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -13,32 +14,25 @@
 #include "trcerror.h"
 #include "trcmsg.h"
 
-using kelvotest::captureChild;
-using kelvotest::childReturned;
+using namespace kelvotest;
 
 namespace {
 
 // Taken before main runs, so before any test can have set the name.
 const std::string nameAtStart = trcPgmName;
 
-// A standard output that writes through to the captured descriptor and
-// spoils errno on every write, as a failing or interrupted write may.
-ssize_t spoilingWrite(void*, const char* data, size_t size)
-{
-    const ssize_t written = write(STDOUT_FILENO, data, size);
-    errno = 77;
-    return written;
-}
-
+// Makes standard output spoil errno on every write, as a failing or
+// interrupted write may: the errno line must show the value from before.
 void useSpoilingStdout()
 {
     cookie_io_functions_t functions{};
-    functions.write = spoilingWrite;
-    FILE* stream = fopencookie(nullptr, "w", functions);
-    if (stream != nullptr) {
-        setvbuf(stream, nullptr, _IONBF, 0);
-        stdout = stream;
-    }
+    functions.write = [](void*, const char* data, size_t size) {
+        const ssize_t written = write(STDOUT_FILENO, data, size);
+        errno = 77;
+        return written;
+    };
+    stdout = fopencookie(nullptr, "w", functions);
+    setvbuf(stdout, nullptr, _IONBF, 0);
 }
 
 }  // namespace
@@ -46,102 +40,51 @@ void useSpoilingStdout()
 TEST(ProgramName, StartsUnknownAndTakesTheLastPathComponent)
 {
     EXPECT_EQ(nameAtStart, "???");
-
-    char plain[] = "kelvo";
-    trcErrorName(plain);
-    EXPECT_EQ(trcPgmName, plain);
-
-    char nested[] = "/usr/local/bin/kelvo";
+    const char* nested = "/usr/local/bin/kelvo";
     trcErrorName(nested);
-    EXPECT_EQ(trcPgmName, nested + 15);
-    EXPECT_STREQ(trcPgmName, "kelvo");
-
-    char relative[] = "bin/kelvo";
-    trcErrorName(relative);
-    EXPECT_STREQ(trcPgmName, "kelvo");
-
-    char trailing[] = "bin/";
+    EXPECT_EQ(trcPgmName, nested + 15);  // into the caller's text, no copy
+    for (const char* path : {"kelvo", "bin/kelvo"}) {
+        trcErrorName(path);
+        EXPECT_STREQ(trcPgmName, "kelvo") << path;
+    }
+    const char* trailing = "bin/";
     trcErrorName(trailing);
-    EXPECT_STREQ(trcPgmName, "");
-
     trcErrorName(nullptr);
     EXPECT_EQ(trcPgmName, trailing + 4);
 }
 
-TEST(ErrorReport, PrintsLineAndEndsOrReturns)
+TEST(ErrorReport, PrintsTheTextAndTheErrnoLineThenExitsOrReturns)
 {
-    auto run = captureChild([] { trcError(exit, trcMsgGet(401), "out.txt"); });
-    EXPECT_EQ(run.out, "Could not create out.txt.\n");
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 1);
-
-    run = captureChild([] {
-        errno = 2;
-        trcError(nullptr, trcMsgGet(401), "a.txt");
-        trcError(nullptr, trcMsgGet(202));
-        std::printf("back\n");
-    });
-    EXPECT_EQ(run.out, "Could not create a.txt.\nTrace is off.\nback\n");
-    EXPECT_EQ(run.status, childReturned);
-
-    // A text that ends in a newline of its own is followed by an empty line.
-    run = captureChild([] { trcError(exit, trcMsgGet(420)); });
-    EXPECT_EQ(run.out, "The target disk is full. Cleanup the disk to get some disk space \n\n");
-    EXPECT_EQ(run.status, 1);
-
-    // An unknown message arrives as the empty text: the fallback line, then
-    // an empty line.
-    run = captureChild([] {
-        trcErrorName("kelvo");
-        trcError(exit, trcMsgGet(999));
-    });
-    EXPECT_EQ(run.out, "kelvo: Could not find default message for TRC00999.\n\n");
-    EXPECT_EQ(run.status, 1);
-}
-
-TEST(ErrorReport, SystemReportAddsTheErrnoLine)
-{
-    auto run = captureChild([] {
-        errno = 2;
-        trcErrorSys(exit, trcMsgGet(400), "dump.bin");
-    });
-    EXPECT_EQ(run.out, "Could not open dump.bin in read mode.\nC library function error number = 2.\n");
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 1);
-
-    run = captureChild([] {
-        errno = -5;
-        trcErrorSys(exit, trcMsgGet(417));
-    });
-    EXPECT_EQ(run.out, "Unexpected System Error.\nOperating System error number = 5.\n");
-    EXPECT_EQ(run.status, 1);
-
-    run = captureChild([] {
-        errno = 0;
-        trcErrorSys(exit, trcMsgGet(414));
-    });
-    EXPECT_EQ(run.out, "Not enough resources to run trace.\n\n");
-    EXPECT_EQ(run.status, 1);
-
-    run = captureChild([] {
-        errno = INT_MIN;
-        trcErrorSys(nullptr, trcMsgGet(417));
-        errno = 13;
-        trcErrorSys(nullptr, trcMsgGet(403), "out.txt");
-    });
-    EXPECT_EQ(run.out,
-              "Unexpected System Error.\nOperating System error number = -2147483648.\n"
-              "Could not write to out.txt.\nC library function error number = 13.\n");
-    EXPECT_EQ(run.status, childReturned);
-}
-
-TEST(ErrorReport, SystemReportUsesErrnoFromBeforeItsOutput)
-{
-    const auto run = captureChild([] {
-        useSpoilingStdout();
-        errno = 2;
-        trcErrorSys(exit, trcMsgGet(402), "trace.bin");
-    });
-    EXPECT_EQ(run.out, "Could not read from trace.bin.\nC library function error number = 2.\n");
-    EXPECT_EQ(run.status, 1);
+    const std::string library2 = "C library function error number = 2.\n";
+    const struct {
+        std::function<void()> report;
+        std::string out;
+        int status;
+    } cases[] = {
+        {[] { trcError(exit, trcMsgGet(401), "out.txt"); }, "Could not create out.txt.\n", 1},
+        {[] { errno = 2; trcError(nullptr, trcMsgGet(401), "a.txt"); trcError(nullptr, "b"); },
+         "Could not create a.txt.\nb\n", childReturned},
+        // A text with a newline of its own is followed by an empty line.
+        {[] { trcError(exit, trcMsgGet(420)); },
+         "The target disk is full. Cleanup the disk to get some disk space \n\n", 1},
+        {[] { trcErrorName("kelvo"); trcError(exit, trcMsgGet(999)); },
+         "kelvo: Could not find default message for TRC00999.\n\n", 1},
+        {[] { errno = 2; trcErrorSys(exit, trcMsgGet(400), "dump.bin"); },
+         "Could not open dump.bin in read mode.\n" + library2, 1},
+        {[] { errno = -5; trcErrorSys(exit, trcMsgGet(417)); },
+         "Unexpected System Error.\nOperating System error number = 5.\n", 1},
+        {[] { errno = 0; trcErrorSys(exit, trcMsgGet(414)); },
+         "Not enough resources to run trace.\n\n", 1},
+        {[] { for (int value : {-5, 0, INT_MIN, 13}) { errno = value; trcErrorSys(nullptr, "x"); } },
+         "x\nOperating System error number = 5.\nx\n\nx\nOperating System error number = "
+         "-2147483648.\nx\nC library function error number = 13.\n", childReturned},
+        {[] { useSpoilingStdout(); errno = 2; trcErrorSys(exit, trcMsgGet(402), "trace.bin"); },
+         "Could not read from trace.bin.\n" + library2, 1},
+    };
+    for (const auto& c : cases) {
+        const auto run = captureChild(c.report);
+        EXPECT_EQ(run.out, c.out);
+        EXPECT_EQ(run.err, "");
+        EXPECT_EQ(run.status, c.status) << c.out;
+    }
 }

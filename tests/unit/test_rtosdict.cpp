@@ -2,89 +2,100 @@
 #include "test_tfi_support.h"
 #include "run_tool.h"
 
-#include "trcrtos.h"
 #include "trcrtosdict.h"
-#include "trctfiexc.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
-using tfitest::EnvGuard;
-using tfitest::failureOf;
 
 namespace {
 
-trcHeader_t emptyHeader()
+// A header whose products 1 to 4 carry "v1.0", "%W%", "ABCDEFGH" and
+// "IJKLMNOP" (the last two without a terminating zero) if asked, the rest none.
+trcHeader_t header(bool versions = true)
 {
-    trcHeader_t header;
-    std::memset(&header, 0, sizeof header);
-    for (auto& version : header.prodVersion)
+    trcHeader_t h{};
+    for (auto& version : h.prodVersion)
         std::memcpy(version, TRC_NO_VERSION, 8);
-    return header;
+    if (versions)
+        std::memcpy(h.prodVersion[1], "v1.0\0\0\0\0%W%\0\0\0\0\0ABCDEFGHIJKLMNOP", 32);
+    return h;
 }
 
-void setVersion(trcHeader_t& header, int product, const char* text)
+// Set-up on the given directory, or an empty one: the dictionary's defaults.
+void setUp(const std::string& dir = kelvotest::TempDir().path()) { ASSERT_EQ(tfitest::initNames(dir), 0); }
+
+// The dictionary after a fresh set-up and reading each content as a file.
+void build(std::initializer_list<std::string> contents)
 {
-    std::memset(header.prodVersion[product], 0, 8);
-    std::memcpy(header.prodVersion[product], text, std::min<std::size_t>(8, std::strlen(text)));
+    setUp();
+    kelvotest::TempDir dir;
+    trcHeader_t h = header(false);
+    int n = 0;
+    for (const std::string& content : contents)
+        trcTfiBuildit(dir.write(std::to_string(n++) + ".tfi", content).c_str(), &h);
 }
 
-// Set-up on an empty directory: the dictionary's defaults.
-void resetDictionary()
+// Every name in the dictionary as " p=name p.c=name p.c.k=name p.c.k.f=name"
+// in index order; tables still shared with the unnamed defaults are skipped.
+std::string names()
 {
-    kelvotest::TempDir empty;
-    EnvGuard tfiDir("TRCTFIDIR", empty.path());
-    trcHeader_t header = emptyHeader();
-    ASSERT_EQ(trcRecToStrInit(&header), 0);
+    std::string out;
+    auto add = [&out](const char* name, const std::string& at) {
+        if (name != noName0)
+            out += " " + at + "=" + name;
+    };
+    for (int p = 0; p < 256; ++p) {
+        add(trcNameProd[p], std::to_string(p));
+        bool named = trcNameComp[p] != noName1 || trcNameClass[p] != noName2 || trcNameFnc[p] != noName3;
+        for (int c = 0; c < 256 && named; ++c) {
+            std::string pc = std::to_string(p) + "." + std::to_string(c);
+            add(trcNameComp[p][c], pc);
+            for (int k = 0; k < 256 && (trcNameClass[p][c] != noName1 || trcNameFnc[p][c] != noName2); ++k) {
+                add(trcNameClass[p][c][k], pc + "." + std::to_string(k));
+                for (int f = 0; f < 256 && trcNameFnc[p][c][k] != noName1; ++f)
+                    add(trcNameFnc[p][c][k][f], pc + "." + std::to_string(k) + "." + std::to_string(f));
+            }
+        }
+    }
+    return out;
 }
-
-std::string fnc(unsigned p, unsigned c, unsigned k, unsigned f) { return trcNameFnc[p][c][k][f]; }
 
 const std::string head = "tfiversion 1\nbldlvl \"lvl\"\n";
 
-// Runs trcRecToStrInit on dir in a child; its output is the result code.
-kelvotest::RunResult initIn(const std::string& dir, const trcHeader_t& header)
+// Runs trcRecToStrInit on dir in a child: "result|what it printed".
+std::string initIn(const std::string& dir)
 {
-    return kelvotest::captureChild([&] {
+    kelvotest::RunResult r = kelvotest::captureChild([&] {
         ::setenv("TRCTFIDIR", dir.c_str(), 1);
-        std::printf("%d", trcRecToStrInit(&header));
+        trcHeader_t h = header();
+        std::printf("%d", trcRecToStrInit(&h));
     });
+    EXPECT_EQ(r.status, kelvotest::childReturned);
+    return r.out + "|" + r.err;
 }
 
 } // namespace
 
-TEST(RtosDict, WithoutTfiFilesEveryNameIsUnknown)
+TEST(RtosDict, DefaultsAndEventNames)
 {
-    resetDictionary();
+    setUp();
     EXPECT_STREQ(noName0, "? ");
-    for (unsigned n : {0u, 1u, 7u, 128u, 255u}) {
-        EXPECT_EQ(trcNameProd[n], noName0);
-        EXPECT_EQ(trcNameComp[n][255 - n], noName0);
-        EXPECT_EQ(trcNameClass[n][n][n], noName0);
-        EXPECT_EQ(trcNameFnc[255 - n][n][3][n], noName0);
-    }
+    EXPECT_STREQ(sUnexpandedSign, "%W%");
+    EXPECT_EQ(names(), "");
+    EXPECT_EQ(trcNameFnc[255][255][255][255], noName0);
     EXPECT_EQ(trcNameComp[3], noName1);
     EXPECT_EQ(trcNameClass[3][4], noName1);
     EXPECT_EQ(trcNameFnc[3][4][5], noName1);
-    EXPECT_STREQ(sUnexpandedSign, "%W%");
-}
-
-TEST(RtosDict, EventNamesAreFixedAndPadded)
-{
-    resetDictionary();
-    EXPECT_STREQ(trcNameEvent[1], "ALERT_ERROR     ");
-    EXPECT_STREQ(trcNameEvent[7], "NON-FATAL_ERROR ");
-    EXPECT_STREQ(trcNameEvent[14], "DBG_ERRCODE     ");
-    EXPECT_STREQ(trcNameEvent[22], "api_entry   ");
-    EXPECT_STREQ(trcNameEvent[43], "cii_exit    ");
-    EXPECT_STREQ(trcNameEvent[64], "dbg_printf  ");
-    EXPECT_STREQ(trcNameEvent[100], "prf_entry   ");
-    EXPECT_STREQ(trcNameEvent[101], "prf_exit    ");
+    for (auto [e, name] : {std::pair{1, "ALERT_ERROR     "}, {7, "NON-FATAL_ERROR "}, {14, "DBG_ERRCODE     "},
+                           {22, "api_entry   "}, {43, "cii_exit    "}, {64, "dbg_printf  "}, {100, "prf_entry   "},
+                           {101, "prf_exit    "}})
+        EXPECT_STREQ(trcNameEvent[e], name);
     int named = 0;
     for (int e = 0; e < 256; ++e) {
         if (trcNameEvent[e] == noName0)
@@ -97,249 +108,99 @@ TEST(RtosDict, EventNamesAreFixedAndPadded)
         EXPECT_EQ(trcNameEvent[e], noName0) << e;
 }
 
-TEST(RtosDict, NamesOfAFile)
+TEST(RtosDict, NamesOfFilesTheFirstEntryWins)
 {
-    resetDictionary();
-    kelvotest::TempDir dir;
-    std::string path = dir.write("a.tfi", head + "product Alpha 3\ncomponent Core 7\nclass Reader\nopen\nclose\n"
-                                                 "class Writer\nflush\ncomponent Net 9\nclass Socket\nconnect\n");
-    trcHeader_t header = emptyHeader();
-    trcTfiBuildit(path.c_str(), &header);
-    EXPECT_STREQ(trcNameProd[3], "Alpha");
-    EXPECT_STREQ(trcNameComp[3][7], "Core");
-    EXPECT_STREQ(trcNameComp[3][9], "Net");
-    EXPECT_STREQ(trcNameClass[3][7][1], "Reader");
-    EXPECT_STREQ(trcNameClass[3][7][2], "Writer");
-    EXPECT_EQ(fnc(3, 7, 1, 1), "open");
-    EXPECT_EQ(fnc(3, 7, 1, 2), "close");
-    EXPECT_EQ(fnc(3, 7, 2, 1), "flush");
-    EXPECT_EQ(fnc(3, 9, 1, 1), "connect");
-    // What the file does not name.
-    EXPECT_EQ(trcNameFnc[3][7][1][5], noName0);
-    EXPECT_EQ(trcNameFnc[3][7][3][1], noName0);
-    EXPECT_EQ(trcNameFnc[3][8][1][1], noName0);
-    EXPECT_EQ(trcNameFnc[4][7][1][1], noName0);
-    EXPECT_EQ(trcNameClass[3][7][0], noName0);
-    EXPECT_EQ(trcNameFnc[3][7][1][0], noName0);
-    EXPECT_EQ(trcNameComp[3][0], noName0);
-    EXPECT_EQ(trcNameProd[1], noName0);
+    build({head + "product Alpha 3\ncomponent Core 7\nclass Reader\nopen\nclose\n"
+                  "class Writer\nflush\ncomponent Net 9\nclass Socket\nconnect\n"});
+    EXPECT_EQ(names(), " 3=Alpha 3.7=Core 3.7.1=Reader 3.7.1.1=open 3.7.1.2=close 3.7.2=Writer 3.7.2.1=flush 3.9=Net "
+                       "3.9.1=Socket 3.9.1.1=connect");
+    // Across two files: a name new under a level the first file named is added.
+    build({head + "product First 7 component Core 1 class A a1 class B\n",
+           head + "product Second 7 component Other 1 class X x1 x2 class Y y1 class Z z1 component New 2 "
+                  "class N n1\n"});
+    EXPECT_EQ(names(), " 7=First 7.1=Core 7.1.1=A 7.1.1.1=a1 7.1.1.2=x2 7.1.2=B 7.1.2.1=y1 7.1.3=Z 7.1.3.1=z1 7.2=New "
+                       "7.2.1=N 7.2.1.1=n1");
+    // Within a file; a later "tfiversion" names a free product with the empty text.
+    build({head + "product P 1 component C 5 class K1 f1\nproduct Q 1 component D 5 class K2 g1 g2 class K3\n"
+                  "tfiversion 4 tfiversion 1 bldlvl \"x\"\n"});
+    EXPECT_EQ(names(), " 1=P 1.5=C 1.5.1=K1 1.5.1.1=f1 1.5.1.2=g2 1.5.2=K3 4=");
 }
 
-TEST(RtosDict, AFileWithOnlyVersionAndLevelAddsNothing)
-{
-    resetDictionary();
-    kelvotest::TempDir dir;
-    std::string path = dir.write("a.tfi", head);
-    trcHeader_t header = emptyHeader();
-    trcTfiBuildit(path.c_str(), &header);
-    for (int p = 0; p < 256; ++p)
-        EXPECT_EQ(trcNameProd[p], noName0);
-}
-
-TEST(RtosDict, TheFirstEntryWinsAcrossFiles)
-{
-    resetDictionary();
-    kelvotest::TempDir dir;
-    std::string first = dir.write("1.tfi", head + "product First 7 component Core 1 class A a1 class B\n");
-    std::string second = dir.write("2.tfi", head + "product Second 7 component Other 1 class X x1 x2 class Y y1 "
-                                                   "class Z z1 component New 2 class N n1\n");
-    trcHeader_t header = emptyHeader();
-    trcTfiBuildit(first.c_str(), &header);
-    trcTfiBuildit(second.c_str(), &header);
-    EXPECT_STREQ(trcNameProd[7], "First");
-    EXPECT_STREQ(trcNameComp[7][1], "Core");
-    EXPECT_STREQ(trcNameComp[7][2], "New");
-    EXPECT_STREQ(trcNameClass[7][1][1], "A");
-    EXPECT_STREQ(trcNameClass[7][1][2], "B");
-    EXPECT_STREQ(trcNameClass[7][1][3], "Z");
-    EXPECT_EQ(fnc(7, 1, 1, 1), "a1");
-    // A function new under a class that the first file named is added.
-    EXPECT_EQ(fnc(7, 1, 1, 2), "x2");
-    EXPECT_EQ(fnc(7, 1, 2, 1), "y1");
-    EXPECT_EQ(fnc(7, 1, 3, 1), "z1");
-    EXPECT_EQ(fnc(7, 2, 1, 1), "n1");
-}
-
-TEST(RtosDict, TheFirstEntryWinsWithinAFile)
-{
-    resetDictionary();
-    kelvotest::TempDir dir;
-    std::string path = dir.write("a.tfi", head + "product P 1 component C 5 class K1 f1\n"
-                                                 "product Q 1 component D 5 class K2 g1 g2 class K3\n");
-    trcHeader_t header = emptyHeader();
-    trcTfiBuildit(path.c_str(), &header);
-    EXPECT_STREQ(trcNameProd[1], "P");
-    EXPECT_STREQ(trcNameComp[1][5], "C");
-    EXPECT_STREQ(trcNameClass[1][5][1], "K1");
-    EXPECT_STREQ(trcNameClass[1][5][2], "K3");
-    EXPECT_EQ(fnc(1, 5, 1, 1), "f1");
-    EXPECT_EQ(fnc(1, 5, 1, 2), "g2");
-}
-
-TEST(RtosDict, ALaterTfiversionNamesAFreeProductWithTheEmptyText)
-{
-    resetDictionary();
-    kelvotest::TempDir dir;
-    std::string path = dir.write("a.tfi", head + "product P 1 tfiversion 4 tfiversion 1 bldlvl \"x\"\n");
-    trcHeader_t header = emptyHeader();
-    trcTfiBuildit(path.c_str(), &header);
-    EXPECT_STREQ(trcNameProd[4], "");
-    EXPECT_NE(trcNameProd[4], noName0);
-    EXPECT_STREQ(trcNameProd[1], "P");
-    EXPECT_EQ(trcNameComp[4][1], noName0);
-}
-
-TEST(RtosDict, FailuresOfBuildit)
+TEST(RtosDict, BuilditFailuresAndStrNew)
 {
     kelvotest::TempDir dir;
-    trcHeader_t header = emptyHeader();
+    trcHeader_t h = header();
     std::string v2 = dir.write("v2.tfi", "\ntfiversion 2\nbldlvl \"x\"\n");
-    EXPECT_EQ(failureOf([&] { trcTfiBuildit(v2.c_str(), &header); }),
-              "3|Wrong tfiversion; should be 1|" + v2 + "|2");
-    std::string empty = dir.write("e.tfi", "");
-    EXPECT_EQ(failureOf([&] { trcTfiBuildit(empty.c_str(), &header); }),
-              "6|internal error: no more entries in file|" + empty + "|2");
-    std::string bad = dir.write("b.tfi", head + "product P 1\nproduct ~\n");
-    EXPECT_EQ(failureOf([&] { trcTfiBuildit(bad.c_str(), &header); }), "3|invalid token|" + bad + "|4");
-    std::string missing = dir.file("m.tfi");
-    EXPECT_EQ(failureOf([&] { trcTfiBuildit(missing.c_str(), &header); }),
-              "5|Error opening file " + missing + "|(null)|0");
-}
-
-TEST(RtosDict, ProdVersionCheckInOrder)
-{
-    trcHeader_t header = emptyHeader();
-    std::memcpy(sUnexpandedSign, "%W%", 4);
-    setVersion(header, 1, "v1.0");
-    setVersion(header, 2, "%W%");
-    std::memcpy(header.prodVersion[3], "ABCDEFGH", 8);  // no terminating zero
-    // Unexpanded file level: always due, also against "......." and a match.
-    EXPECT_EQ(trcIsProdVersionOK("%W%", &header, 0), 1);
-    EXPECT_EQ(trcIsProdVersionOK("%W%", &header, 2), 1);
-    // Unexpanded version in the trace.
-    EXPECT_EQ(trcIsProdVersionOK("v1.0", &header, 2), 1);
-    // No version in the trace: silence.
-    EXPECT_EQ(trcIsProdVersionOK("anything", &header, 0), 0);
-    EXPECT_EQ(trcIsProdVersionOK("", &header, 0), 0);
-    // The level as trcGetBldLvl reads it.
-    EXPECT_EQ(trcIsProdVersionOK("v1.0", &header, 1), 0);
-    EXPECT_EQ(trcIsProdVersionOK("@(#) v1.0 built today", &header, 1), 0);
-    EXPECT_EQ(trcIsProdVersionOK("v1.1", &header, 1), 1);
-    EXPECT_EQ(trcIsProdVersionOK("", &header, 1), 1);
-    EXPECT_EQ(trcIsProdVersionOK("ABCDEFGH", &header, 3), 0);
-    EXPECT_EQ(trcIsProdVersionOK("ABCDEFGHIJ", &header, 3), 0);
-    EXPECT_EQ(trcIsProdVersionOK("ABCDEFG", &header, 3), 1);
-}
-
-TEST(RtosDict, StrNewCopies)
-{
+    EXPECT_EQ(tfitest::failureOf([&] { trcTfiBuildit(v2.c_str(), &h); }, v2), "3|Wrong tfiversion; should be 1|@|2");
     std::string text(200, 's');
-    char* copy = strNew(text.c_str());
-    EXPECT_NE(copy, text.c_str());
-    EXPECT_EQ(std::string(copy), text);
+    EXPECT_EQ(std::string(strNew(text.c_str())), text);
     EXPECT_STREQ(strNew(""), "");
 }
 
-// The version is printed eight characters wide, right-aligned.
+TEST(RtosDict, ProdVersionCheck)
+{
+    trcHeader_t h = header();
+    std::memcpy(sUnexpandedSign, "%W%", 4);
+    const struct { const char* level; int product, due; } rows[] = {
+        {"%W%", 0, 1}, {"%W%", 2, 1}, {"v1.0", 2, 1},  // an unexpanded level on either side is always due
+        {"anything", 0, 0}, {"", 0, 0},                // no version in the trace: silence
+        {"v1.0", 1, 0}, {"@(#) v1.0 built today", 1, 0}, {"v1.1", 1, 1}, {"", 1, 1},
+        {"ABCDEFGH", 3, 0}, {"ABCDEFGHIJ", 3, 0}, {"ABCDEFG", 3, 1},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(trcIsProdVersionOK(row.level, &h, row.product), row.due) << row.level << " " << row.product;
+}
+
 TEST(RtosDict, BuildLevelWarnings)
 {
     kelvotest::TempDir dir;
-    trcHeader_t header = emptyHeader();
-    setVersion(header, 1, "v1.0");
-    setVersion(header, 2, "%W%");
-    std::memcpy(header.prodVersion[3], "ABCDEFGH", 8);
-    std::memcpy(header.prodVersion[4], "IJKLMNOP", 8);
-
-    dir.write("w.tfi", "tfiversion 1 bldlvl \"%W%\" product A 1 product B 5 product A 1\n");
-    std::string w = dir.file("w.tfi");
-    kelvotest::RunResult r = initIn(dir.path(), header);
-    EXPECT_EQ(r.out, "0");
-    EXPECT_EQ(r.err, "file " + w + ": incorrect bldlvl, it is <%W%>.  It should be     v1.0\n"
-                     "file " + w + ": incorrect bldlvl, it is <%W%>.  It should be  .......\n"
-                     "file " + w + ": incorrect bldlvl, it is <%W%>.  It should be     v1.0\n");
-    std::remove(w.c_str());
-
-    dir.write("x.tfi", "tfiversion 1 bldlvl \"@(#) v2.0\" product A 1 product B 2 product C 5 product D 3 "
-                       "tfiversion 1\n");
-    std::string x = dir.file("x.tfi");
-    r = initIn(dir.path(), header);
-    EXPECT_EQ(r.out, "0");
-    EXPECT_EQ(r.err, "file " + x + ": incorrect bldlvl, it is <v2.0>.  It should be     v1.0\n"
-                     "file " + x + ": incorrect bldlvl, it is <v2.0>.  It should be      %W%\n"
-                     "file " + x + ": incorrect bldlvl, it is <v2.0>.  It should be ABCDEFGH\n"
-                     "file " + x + ": incorrect bldlvl, it is <v2.0>.  It should be     v1.0\n");
-    std::remove(x.c_str());
-
-    // No level in the file; a matching level; a later "bldlvl" changes nothing.
-    dir.write("y.tfi", "tfiversion 1 bldlvl \"  \" product D 4 bldlvl \"IJKLMNOP\" product D 4\n");
-    std::string y = dir.file("y.tfi");
-    r = initIn(dir.path(), header);
-    EXPECT_EQ(r.err, "file " + y + ": incorrect bldlvl, it is <not specified>.  It should be IJKLMNOP\n"
-                     "file " + y + ": incorrect bldlvl, it is <not specified>.  It should be IJKLMNOP\n");
-    std::remove(y.c_str());
-
-    dir.write("z.tfi", "tfiversion 1 bldlvl \"v1.0 more\" product A 1 product B 9 product D 3\n");
-    std::string z = dir.file("z.tfi");
-    r = initIn(dir.path(), header);
-    EXPECT_EQ(r.out, "0");
-    EXPECT_EQ(r.err, "file " + z + ": incorrect bldlvl, it is <v1.0>.  It should be ABCDEFGH\n");
+    const struct { std::string content, level; std::vector<std::string> versions; } rows[] = {
+        {"tfiversion 1 bldlvl \"%W%\" product A 1 product B 5 product A 1\n", "%W%",
+         {"    v1.0", " .......", "    v1.0"}},
+        {"tfiversion 1 bldlvl \"@(#) v2.0\" product A 1 product B 2 product C 5 product D 3 tfiversion 1\n", "v2.0",
+         {"    v1.0", "     %W%", "ABCDEFGH", "    v1.0"}},
+        // No level in the file; a matching level; a later "bldlvl" changes nothing.
+        {"tfiversion 1 bldlvl \"  \" product D 4 bldlvl \"IJKLMNOP\" product D 4\n", "not specified",
+         {"IJKLMNOP", "IJKLMNOP"}},
+        {"tfiversion 1 bldlvl \"v1.0 more\" product A 1 product B 9 product D 3\n", "v1.0", {"ABCDEFGH"}},
+    };
+    for (const auto& row : rows) {
+        std::string path = dir.write("w.tfi", row.content), expected;
+        for (const std::string& version : row.versions)
+            expected += "file " + path + ": incorrect bldlvl, it is <" + row.level + ">.  It should be " + version +
+                        "\n";
+        EXPECT_EQ(initIn(dir.path()), "0|" + expected);
+    }
 }
 
 TEST(RtosDict, SetUpFailuresEndWithOneReport)
 {
-    trcHeader_t header = emptyHeader();
     kelvotest::TempDir dir;
-    kelvotest::RunResult r = initIn(dir.file("nowhere"), header);
-    EXPECT_EQ(r.out, "2");
-    EXPECT_EQ(r.err, "Could not open dir in TRCTFIDIR\n");
-    EXPECT_EQ(r.status, kelvotest::childReturned);
-
+    EXPECT_EQ(initIn(dir.file("nowhere")), "2|Could not open dir in TRCTFIDIR\n");
     std::string empty = dir.write("empty.tfi", "");
-    r = initIn(dir.path(), header);
-    EXPECT_EQ(r.out, "6");
-    EXPECT_EQ(r.err, "file " + empty + ", line 2 : internal error: no more entries in file\n");
+    EXPECT_EQ(initIn(dir.path()), "6|file " + empty + ", line 2 : internal error: no more entries in file\n");
     std::remove(empty.c_str());
-
-    std::string v2 = dir.write("v2.tfi", "tfiversion 2 bldlvl \"x\"\n");
-    r = initIn(dir.path(), header);
-    EXPECT_EQ(r.out, "3");
-    EXPECT_EQ(r.err, "file " + v2 + ", line 1 : Wrong tfiversion; should be 1\n");
-    std::remove(v2.c_str());
-
     ::mkdir(dir.file("sub.tfi").c_str(), 0700);
-    r = initIn(dir.path(), header);
-    EXPECT_EQ(r.out, "5");
-    EXPECT_EQ(r.err, "Could not read from file " + dir.file("sub.tfi") + "\n");
-}
-
-TEST(RtosDict, TheFirstFailingFileEndsTheWalk)
-{
-    trcHeader_t header = emptyHeader();
-    kelvotest::TempDir dir;
+    EXPECT_EQ(initIn(dir.path()), "5|Could not read from file " + dir.file("sub.tfi") + "\n");
+    // The first failing file ends the walk, whichever readdir gives first.
+    ::rmdir(dir.file("sub.tfi").c_str());
     for (const char* name : {"a.tfi", "b.tfi", "c.tfi"})
-        dir.write(name, "tfiversion 3\n");
-    kelvotest::RunResult r = initIn(dir.path(), header);
-    EXPECT_EQ(r.out, "3");
-    // One report only, whichever file came first.
-    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-    EXPECT_NE(r.err.find(", line 1 : Wrong tfiversion; should be 1\n"), std::string::npos);
+        dir.write(name, "tfiversion 2\n");
+    std::string r = initIn(dir.path());
+    EXPECT_EQ(std::count(r.begin(), r.end(), '\n'), 1) << r;
+    EXPECT_EQ(r.find("3|file " + dir.path() + "/"), 0u) << r;
+    EXPECT_NE(r.find(".tfi, line 1 : Wrong tfiversion; should be 1\n"), std::string::npos) << r;
 }
 
-TEST(RtosDict, SetUpReadsEveryFileOfTheDirectory)
+TEST(RtosDict, SetUpReadsEveryFileOfTheDirectoryAndStartsAfresh)
 {
     kelvotest::TempDir dir;
     dir.write("a.tfi", head + "product A 1 component C 1 class K f\n");
     dir.write("b.tfi", head + "product B 2\n");
     dir.write("c.txt", "not read at all");
-    EnvGuard tfiDir("TRCTFIDIR", dir.path());
-    trcHeader_t header = emptyHeader();
-    ASSERT_EQ(trcRecToStrInit(&header), 0);
-    EXPECT_STREQ(trcNameProd[1], "A");
-    EXPECT_STREQ(trcNameProd[2], "B");
-    EXPECT_EQ(fnc(1, 1, 1, 1), "f");
+    setUp(dir.path());
+    EXPECT_EQ(names(), " 1=A 1.1=C 1.1.1=K 1.1.1.1=f 2=B");
     EXPECT_STREQ(trcNameEvent[22], "api_entry   ");
-    // A second set-up starts from the defaults.
-    resetDictionary();
-    EXPECT_EQ(trcNameProd[1], noName0);
-    EXPECT_EQ(trcNameFnc[1][1][1][1], noName0);
+    setUp();
+    EXPECT_EQ(names(), "");
 }

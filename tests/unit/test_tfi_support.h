@@ -2,76 +2,53 @@
 #ifndef KELVO_TESTS_TEST_TFI_SUPPORT_H
 #define KELVO_TESTS_TEST_TFI_SUPPORT_H
 
+#include "trcrtos.h"
 #include "trctfiexc.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string>
-#include <unistd.h>
 
 namespace tfitest {
 
-// What a trcTfiExc said, as "code|message|file|line", or "no failure".
-template <class F> std::string failureOf(F f)
+// What a trcTfiExc said, as "code|message|file|line" with "@" for the file
+// named by at, or "no failure".
+template <class F> std::string failureOf(F f, const std::string& at = {})
 {
     try {
         f();
     } catch (const trcTfiExc& e) {
-        return std::to_string(e.code) + "|" + static_cast<const char*>(e.message) + "|" +
-               (e.file != nullptr ? e.file : "(null)") + "|" + std::to_string(e.line);
+        std::string file = e.file != nullptr ? e.file : "(null)";
+        return std::to_string(e.code) + "|" + static_cast<const char*>(e.message) + "|" + (file == at ? "@" : file) +
+               "|" + std::to_string(e.line);
     }
     return "no failure";
 }
 
-// Sets or removes an environment variable for the life of the object.
-class EnvGuard {
-public:
-    EnvGuard(const char* name, std::optional<std::string> value) : name_(name)
-    {
-        if (const char* old = std::getenv(name))
-            old_ = old;
-        if (value)
-            ::setenv(name, value->c_str(), 1);
-        else
-            ::unsetenv(name);
-    }
-    ~EnvGuard()
-    {
-        if (old_)
-            ::setenv(name_, old_->c_str(), 1);
-        else
-            ::unsetenv(name_);
-    }
-    EnvGuard(const EnvGuard&) = delete;
-    EnvGuard& operator=(const EnvGuard&) = delete;
+// Sets an environment variable to a value, or removes it for std::nullopt.
+inline void setEnv(const char* name, const std::optional<std::string>& value)
+{
+    if (value)
+        ::setenv(name, value->c_str(), 1);
+    else
+        ::unsetenv(name);
+}
 
-private:
-    const char* name_;
-    std::optional<std::string> old_;
-};
-
-// Changes the working directory for the life of the object.
-class CwdGuard {
-public:
-    explicit CwdGuard(const std::string& dir)
-    {
-        char buffer[4096];
-        if (::getcwd(buffer, sizeof buffer) != nullptr)
-            old_ = buffer;
-        if (::chdir(dir.c_str()) != 0)
-            std::abort();
-    }
-    ~CwdGuard()
-    {
-        if (!old_.empty() && ::chdir(old_.c_str()) != 0)
-            std::abort();
-    }
-    CwdGuard(const CwdGuard&) = delete;
-    CwdGuard& operator=(const CwdGuard&) = delete;
-
-private:
-    std::string old_;
-};
+// Sets up the rendering on the .tfi files of dir for a trace that carries
+// no product versions; trcRecToStrInit's result.
+inline int initNames(const std::string& dir)
+{
+    const char* old = std::getenv("TRCTFIDIR");
+    std::optional<std::string> saved = old != nullptr ? std::optional<std::string>(old) : std::nullopt;
+    setEnv("TRCTFIDIR", dir);
+    trcHeader_t header{};
+    for (auto& version : header.prodVersion)
+        std::memcpy(version, TRC_NO_VERSION, 8);
+    int result = trcRecToStrInit(&header);
+    setEnv("TRCTFIDIR", saved);
+    return result;
+}
 
 } // namespace tfitest
 

@@ -2,149 +2,90 @@
 #include "test_tfi_support.h"
 #include "run_tool.h"
 
-#include "trctfiexc.h"
 #include "trctfifilename.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <sys/stat.h>
-#include <string>
+#include <unistd.h>
 #include <vector>
-
-using tfitest::CwdGuard;
-using tfitest::EnvGuard;
-using tfitest::failureOf;
 
 namespace {
 
-// The paths handed out, sorted, since readdir gives no order.
-std::vector<std::string> walk()
-{
-    std::vector<std::string> paths;
-    trcTfiFilenameFactory files;
-    while (!files.isEmpty())
-        paths.push_back(static_cast<const char*>(files.fileName));
-    EXPECT_TRUE(files.isEmpty());
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
+using env = std::optional<std::string>;
 
-using list = std::vector<std::string>;
+// What the factory finds in a child with TRCTFIDIR and KELVO_HOME as given
+// (nullopt: unset) working in cwd, unprivileged if asked: "directory: paths"
+// sorted, since readdir gives no order, or the failure.
+std::string found(const env& tfiDir, const env& home, const std::string& cwd, bool unprivileged = false)
+{
+    kelvotest::RunResult r = kelvotest::captureChild([&] {
+        tfitest::setEnv("TRCTFIDIR", tfiDir);
+        tfitest::setEnv("KELVO_HOME", home);
+        if (::chdir(cwd.c_str()) != 0 || (unprivileged && ::geteuid() == 0 && ::setuid(65534) != 0))
+            std::exit(3);
+        std::string listing;
+        std::string failure = tfitest::failureOf([&] {
+            trcTfiFilenameFactory files;
+            std::vector<std::string> paths;
+            while (!files.isEmpty())
+                paths.push_back(static_cast<const char*>(files.fileName));
+            std::sort(paths.begin(), paths.end());
+            listing = std::string(files.directory) + ":";
+            for (const std::string& path : paths)
+                listing += " " + path;
+            if (!files.isEmpty())
+                listing += " (not empty after the end)";
+        });
+        std::fputs((listing.empty() ? failure : listing).c_str(), stdout);
+    });
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.status, kelvotest::childReturned);
+    return r.out;
+}
 
 } // namespace
 
 TEST(TfiFilename, OnlyNamesEndingInDotTfiQualify)
 {
-    kelvotest::TempDir dir;
-    for (const char* name : {"a.tfi", ".tfi", "b.TFI", "c.tfi~", "c.tfi.bak", "tfi", "d.Tfi", "e.tfix", "xtfi"})
+    kelvotest::TempDir dir, none;
+    const std::string longName = std::string(90, 'l') + ".tfi", &d = dir.path();
+    for (const char* name : {"a.tfi", ".tfi", "b.TFI", "c.tfi~", "c.tfi.bak", "tfi", "d.Tfi", "e.tfix", "xtfi",
+                             longName.c_str()})
         dir.write(name, "");
     ::mkdir(dir.file("sub.tfi").c_str(), 0700);
-    EnvGuard tfiDir("TRCTFIDIR", dir.path());
-    EXPECT_EQ(walk(), (list{dir.path() + "/.tfi", dir.path() + "/a.tfi", dir.path() + "/sub.tfi"}));
+    EXPECT_EQ(found(d, {}, "/"),
+              d + ": " + d + "/.tfi " + d + "/a.tfi " + d + "/" + longName + " " + d + "/sub.tfi");
+    none.write("readme", "");
+    EXPECT_EQ(found(none.path(), {}, "/"), none.path() + ":");
 }
 
-TEST(TfiFilename, ADirectoryWithoutTfiFilesIsNoFailure)
+TEST(TfiFilename, DirectoryChoice)
 {
-    kelvotest::TempDir dir;
-    dir.write("readme", "");
-    EnvGuard tfiDir("TRCTFIDIR", dir.path());
-    EXPECT_EQ(walk(), list{});
-}
-
-TEST(TfiFilename, TrctfidirComesFirstAndIsTheOnlyTry)
-{
-    kelvotest::TempDir tfi, home;
+    kelvotest::TempDir tfi, home, cwd, locked;
     tfi.write("t.tfi", "");
     ::mkdir(home.file("etc").c_str(), 0700);
     home.write("etc/h.tfi", "");
-    {
-        EnvGuard tfiDir("TRCTFIDIR", tfi.path());
-        EnvGuard kelvoHome("KELVO_HOME", home.path());
-        EXPECT_EQ(walk(), list{tfi.path() + "/t.tfi"});
-    }
-    {
-        EnvGuard tfiDir("TRCTFIDIR", tfi.file("missing"));
-        EnvGuard kelvoHome("KELVO_HOME", home.path());
-        EXPECT_EQ(failureOf([] { trcTfiFilenameFactory files; }), "2|Could not open dir in TRCTFIDIR|(null)|0");
-    }
-    {
-        EnvGuard tfiDir("TRCTFIDIR", std::string());
-        EnvGuard kelvoHome("KELVO_HOME", home.path());
-        EXPECT_EQ(failureOf([] { trcTfiFilenameFactory files; }), "2|Could not open dir in TRCTFIDIR|(null)|0");
-    }
-    {
-        EnvGuard tfiDir("TRCTFIDIR", tfi.path() + "/");
-        EXPECT_EQ(walk(), list{tfi.path() + "//t.tfi"});
-    }
-}
-
-TEST(TfiFilename, KelvoHomeGivesItsEtcDirectory)
-{
-    kelvotest::TempDir home, cwd;
     cwd.write("c.tfi", "");
-    ::mkdir(home.file("etc").c_str(), 0700);
-    home.write("etc/h.tfi", "");
-    EnvGuard tfiDir("TRCTFIDIR", std::nullopt);
-    CwdGuard inCwd(cwd.path());
-    {
-        EnvGuard kelvoHome("KELVO_HOME", home.path());
-        EXPECT_EQ(walk(), list{home.path() + "/etc/h.tfi"});
-    }
-    {
-        // No etc below it: the current directory is not tried.
-        EnvGuard kelvoHome("KELVO_HOME", cwd.path());
-        EXPECT_EQ(failureOf([] { trcTfiFilenameFactory files; }), "5|Could not open current directory|(null)|0");
-    }
-    {
-        // Set but empty: "/etc".
-        EnvGuard kelvoHome("KELVO_HOME", std::string());
-        trcTfiFilenameFactory files;
-        EXPECT_STREQ(files.directory, "/etc");
-    }
-}
-
-TEST(TfiFilename, WithoutEitherVariableTheCurrentDirectory)
-{
-    kelvotest::TempDir cwd;
-    cwd.write("c.tfi", "");
-    EnvGuard tfiDir("TRCTFIDIR", std::nullopt);
-    EnvGuard kelvoHome("KELVO_HOME", std::nullopt);
-    {
-        CwdGuard inCwd(cwd.path());
-        EXPECT_EQ(walk(), list{"./c.tfi"});
-    }
-}
-
-TEST(TfiFilename, ACurrentDirectoryThatCannotBeOpened)
-{
-    kelvotest::TempDir locked;
+    const std::string t = tfi.path(), h = home.path(), c = cwd.path();
+    const std::string noTfiDir = "2|Could not open dir in TRCTFIDIR|(null)|0",
+                      noCwd = "5|Could not open current directory|(null)|0";
+    const struct { env tfiDir, home; std::string expected; } rows[] = {
+        {t, h, t + ": " + t + "/t.tfi"},  // TRCTFIDIR first and the only try
+        {t + "/missing", h, noTfiDir},
+        {"", h, noTfiDir},
+        {t + "/", {}, t + "/: " + t + "//t.tfi"},
+        {{}, h, h + "/etc: " + h + "/etc/h.tfi"},
+        {{}, c, noCwd},  // no etc below KELVO_HOME: the current directory is not tried
+        {{}, {}, ".: ./c.tfi"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(found(row.tfiDir, row.home, c), row.expected)
+            << row.tfiDir.value_or("-") << " " << row.home.value_or("-");
+    EXPECT_EQ(found({}, "", c).substr(0, 5), "/etc:");
     ::chmod(locked.path().c_str(), 0);
-    // In a child, which as root gives up its rights first.
-    kelvotest::RunResult result = kelvotest::captureChild([&] {
-        ::unsetenv("TRCTFIDIR");
-        ::unsetenv("KELVO_HOME");
-        if (::chdir(locked.path().c_str()) != 0 || (::geteuid() == 0 && ::setuid(65534) != 0))
-            std::exit(3);
-        std::fputs(failureOf([] { trcTfiFilenameFactory files; }).c_str(), stdout);
-    });
+    EXPECT_EQ(found({}, {}, locked.path(), true), noCwd);
     ::chmod(locked.path().c_str(), 0700);
-    EXPECT_EQ(result.out, "5|Could not open current directory|(null)|0");
-    EXPECT_EQ(result.err, "");
-    EXPECT_EQ(result.status, kelvotest::childReturned);
-}
-
-TEST(TfiFilename, LongPathsGoToTheHeap)
-{
-    kelvotest::TempDir dir;
-    std::string name = std::string(90, 'l') + ".tfi";
-    dir.write(name, "");
-    EnvGuard tfiDir("TRCTFIDIR", dir.path());
-    trcTfiFilenameFactory files;
-    ASSERT_FALSE(files.isEmpty());
-    EXPECT_EQ(std::string(files.fileName), dir.path() + "/" + name);
-    EXPECT_FALSE(files.fileName.isLocal());
-    EXPECT_TRUE(files.isEmpty());
 }
