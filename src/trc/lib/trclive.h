@@ -16,7 +16,7 @@
 namespace kelvo {
 
 constexpr uint32_t controlMagic = 0x4B4C564Fu;   // "KLVO"
-constexpr uint32_t controlLayout = 1;
+constexpr uint32_t controlLayout = 2;
 constexpr std::size_t controlBytes = 4096;
 constexpr int32_t smallestBuffer = 64;
 
@@ -25,15 +25,19 @@ enum class Destination : uint32_t { shared = 1, file = 2, native = 3 };
 // Fields that are written under the trace semaphore and read by writers
 // without it are accessed through the atomic helpers below.
 struct Control {
+    // Read by every write before it takes the semaphore: kept apart from
+    // the words the holder of the semaphore writes, so that the writers'
+    // reads do not pull the holder's cache line away.
     uint32_t magic;
     uint32_t layout;
-    pthread_mutex_t mutex;   // the trace semaphore: process-shared and robust
     uint32_t removed;        // set by off: the block is gone for good
     uint32_t generation;     // bumped by every change; ends pauses
+    uint32_t destination;    // a Destination
+    // Written under the semaphore.
+    alignas(64) pthread_mutex_t mutex;   // the trace semaphore: process-shared and robust
     int32_t endOffset;       // where the end mark stands
     int32_t oldStart;        // first intact record of the last lap behind it
     int32_t severeErrors;
-    uint32_t destination;    // a Destination
 };
 static_assert(sizeof(Control) <= controlBytes);
 
