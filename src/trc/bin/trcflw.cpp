@@ -198,16 +198,6 @@ size_t renderLine(char* dest, long number, long depth, const trcRecord_t* r)
     return static_cast<size_t>(p - dest) + std::strlen(p);
 }
 
-bool maskSelects(const trcRecord_t* r, const unsigned char* mask)
-{
-    const unsigned char ids[6] = {
-        static_cast<unsigned char>(trcRecProduct(r)),   static_cast<unsigned char>(trcRecEvent(r)),
-        static_cast<unsigned char>(trcRecComponent(r)), static_cast<unsigned char>(trcRecClass(r)),
-        static_cast<unsigned char>(trcRecFunction(r)),  static_cast<unsigned char>(trcRecTracePoint(r)),
-    };
-    return trcMaskSelects(mask, ids);
-}
-
 }  // namespace
 
 void flwDepthsAll(long count, flowIndex_t* index, flwThread_t* threads, int threadCount, uint8_t* slots)
@@ -264,7 +254,7 @@ void flwWriteThread(const flowIndex_t* index, const uint8_t* slots, uint8_t slot
     long lines = 0;
     auto visit = [&](long i) {
         const trcRecord_t* r = index[i].record;
-        if (index[i].depth == flwOtherThread || !maskSelects(r, maps)) {
+        if (index[i].depth == flwOtherThread || !trcMaskSelectsRecord(maps, r)) {
             return;
         }
         trcFOutCommit(&o, renderLine(trcFOutNext(&o), i + 1, index[i].depth, r));

@@ -16,12 +16,7 @@ constexpr int recordRoom = 524288;
 
 bool selected(const trcRecord_t* r, const unsigned char* mask, int pid)
 {
-    const unsigned char ids[6] = {
-        static_cast<unsigned char>(trcRecProduct(r)),   static_cast<unsigned char>(trcRecEvent(r)),
-        static_cast<unsigned char>(trcRecComponent(r)), static_cast<unsigned char>(trcRecClass(r)),
-        static_cast<unsigned char>(trcRecFunction(r)),  static_cast<unsigned char>(trcRecTracePoint(r)),
-    };
-    return trcMaskSelects(mask, ids) && (pid == -1 || static_cast<int>(r->pid) == pid);
+    return trcMaskSelectsRecord(mask, r) && (pid == -1 || static_cast<int>(r->pid) == pid);
 }
 
 }  // namespace

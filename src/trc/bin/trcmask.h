@@ -3,6 +3,8 @@
 #ifndef KELVO_TRCMASK_H
 #define KELVO_TRCMASK_H
 
+#include <kelvo/trcformat.h>
+
 constexpr int trcMaskBytes = 192;
 constexpr int trcMaskMapBytes = 32;
 // Longest text of trcMaskToStr, without the terminating zero.
@@ -24,6 +26,17 @@ inline bool trcMaskSelects(const unsigned char* mask, const unsigned char ids[6]
             return false;
     }
     return true;
+}
+
+// True if the record passes the mask by its six identifier bytes.
+inline bool trcMaskSelectsRecord(const unsigned char* mask, const trcRecord_t* r)
+{
+    const unsigned char ids[6] = {
+        static_cast<unsigned char>(trcRecProduct(r)),   static_cast<unsigned char>(trcRecEvent(r)),
+        static_cast<unsigned char>(trcRecComponent(r)), static_cast<unsigned char>(trcRecClass(r)),
+        static_cast<unsigned char>(trcRecFunction(r)),  static_cast<unsigned char>(trcRecTracePoint(r)),
+    };
+    return trcMaskSelects(mask, ids);
 }
 
 #endif

@@ -177,20 +177,19 @@ bool checkConversion(const char* text, std::size_t length, Kind& kind, int& star
     while (p < end && std::strchr("-+ #0'", *p) != nullptr) {
         ++p;
     }
-    if (p < end && *p == '*') {
-        ++stars;
-        ++p;
-    } else {
-        skipDigits(p);
-    }
-    if (p < end && *p == '.') {
-        ++p;
+    // Width, then an optional precision: each a "*" or digits.
+    auto skipNumber = [&] {
         if (p < end && *p == '*') {
             ++stars;
             ++p;
         } else {
             skipDigits(p);
         }
+    };
+    skipNumber();
+    if (p < end && *p == '.') {
+        ++p;
+        skipNumber();
     }
     int halves = 0;
     while (p < end && *p == 'h' && halves < 2) {
