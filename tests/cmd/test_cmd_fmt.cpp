@@ -194,11 +194,19 @@ TEST(CmdFmtLive, TheLiveTraceItsDumpAndTheSemaphore)
     ASSERT_EQ(trcWrite(1, TRC_EVENT_API_ENTRY, 1, 1, 1, 1, nullptr, nullptr, 0), 0);
     ASSERT_EQ(trcWritef(1, TRC_EVENT_API_PRINTF, 1, 1, 1, 2, nullptr, "n=%d", 5), 0);
     ASSERT_EQ(trcWriteRc(2, TRC_EVENT_API_EXIT, 1, 1, 1, 0, nullptr, -1), 0);
-    const std::string ids = "\n\tpid " + std::to_string(getpid()) + "; tid " + std::to_string(syscall(SYS_gettid));
+    // Every record carries the time it was written: read it back.
+    libtest::TempDir stamps;
+    const libtest::Walked written = libtest::dumpAndWalk(stamps);
+    ASSERT_EQ(written.records.size(), 3u);
+    auto ids = [&](int i) {
+        const trcRecord_t& r = written.records[static_cast<size_t>(i)].head;
+        return "\n\tpid " + std::to_string(getpid()) + "; tid " + std::to_string(syscall(SYS_gettid)) + "; sec " +
+               std::to_string(r.sec) + "; nsec " + std::to_string(r.nsec);
+    };
     const std::string head = summary(false, false, 140, 3),
-                      body = "\n1\tapi_entry    Alpha Core Reader::open (1.22.1.1.1.1)" + ids +
-                             "\n\n2\tapi_printf   Alpha Core Reader::open (1.24.1.1.1.2)" + ids +
-                             "\n\tn=5\n\n3\tapi_exit     Beta Net Sock::send (2.23.1.1.1.0)" + ids +
+                      body = "\n1\tapi_entry    Alpha Core Reader::open (1.22.1.1.1.1)" + ids(0) +
+                             "\n\n2\tapi_printf   Alpha Core Reader::open (1.24.1.1.1.2)" + ids(1) +
+                             "\n\tn=5\n\n3\tapi_exit     Beta Net Sock::send (2.23.1.1.1.0)" + ids(2) +
                              "\n\trc = -1 = 0xffffffff\n";
     ASSERT_EQ(d.run({"dmp", d.dir.file("dump.bin")}).status, 0);
     for (const std::string& source : {std::string("-"), d.dir.file("dump.bin")}) {

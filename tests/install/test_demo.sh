@@ -27,9 +27,11 @@ fail() {
 same() {
     diff -u "$2" "$3" >"$tmp/diff" || { fail "$1"; cat "$tmp/diff"; }
 }
-# Process and thread ids, and object addresses, differ from run to run.
+# Process and thread ids, time stamps and object addresses differ from run
+# to run.
 ids() {
     sed -E -e 's/pid [0-9]+; tid [0-9]+/pid P; tid T/' \
+        -e 's/; sec [0-9]+; nsec [0-9]+/; sec S; nsec N/' \
         -e 's/pid = [0-9]+; tid = [0-9]+/pid = P; tid = T/' \
         -e 's/\(pid: [0-9]+; tid: [0-9]+;/(pid: P; tid: T;/' \
         -e 's/this 0x[0-9a-f]+/this X/' \
@@ -166,11 +168,11 @@ printf '%s\n' \
     "Records in trace        : 50" \
     "" \
     $'29\tNON-FATAL_ERROR  KelvoDemo Bank Payment::charge (42.7.3.1.1.1)' \
-    $'\tpid P; tid T; this X' \
+    $'\tpid P; tid T; sec S; nsec N; this X' \
     $'\tpayment of 756.00 declined' \
     "" \
     $'46\tNON-FATAL_ERROR  KelvoDemo Shop Order::validate (42.7.2.1.2.1)' \
-    $'\tpid P; tid T; this X' \
+    $'\tpid P; tid T; sec S; nsec N; this X' \
     $'\torder 1.4 refused: item 2, quantity 0' \
     "Records formatted       : 2" >"$tmp/expected"
 same "kelvo fmt of the demo's errors" "$tmp/expected" "$tmp/out"
@@ -187,7 +189,7 @@ same "kelvo-demo --severe" "$tmp/expected" "$tmp/out"
 "$kelvo" fmt -x 15 "$tmp/severe.trc" | ids | sed -n '4,8p' >"$tmp/out"
 printf '%s\n' "" \
     $'15\tSYSTEM_ERROR     KelvoDemo Bank Ledger::post (42.2.3.2.1.1)' \
-    $'\tpid P; tid T; this X' \
+    $'\tpid P; tid T; sec S; nsec N; this X' \
     $'\tledger journal lost at order 1.1' \
     "Records formatted       : 1" >"$tmp/expected"
 same "the severe error is the last record" "$tmp/expected" "$tmp/out"

@@ -113,26 +113,27 @@ check "hello-cmake stores its records" "$tmp/consumer/hello-cmake"
 "$kelvo" inf | grep -x "Version prod   7        :   inst.1  (Hello)" >/dev/null ||
     fail "kelvo inf does not show the product level that hello-pc set"
 
-"$kelvo" fmt | sed -E 's/pid [0-9]+; tid [0-9]+/pid P; tid T/' >"$tmp/fmt.out"
+"$kelvo" fmt | sed -E -e 's/pid [0-9]+; tid [0-9]+/pid P; tid T/' \
+    -e 's/; sec [0-9]+; nsec [0-9]+$/; sec S; nsec N/' >"$tmp/fmt.out"
 printf '%s\n' \
     "Trace wrapped           : no" \
     "Size of trace           : 236 bytes" \
     "Records in trace        : 4" \
     "" \
     $'1\tapi_printf   Hello Install Probe::c_main (7.24.1.1.1.1)' \
-    $'\tpid P; tid T' \
+    $'\tpid P; tid T; sec S; nsec N' \
     $'\thello from pkg-config' \
     "" \
     $'2\tapi_entry    Hello Install Probe::cxx_main (7.22.1.1.2.0)' \
-    $'\tpid P; tid T' \
+    $'\tpid P; tid T; sec S; nsec N' \
     $'\tscope' \
     "" \
     $'3\tapi_printf   Hello Install Probe::cxx_main (7.24.1.1.2.1)' \
-    $'\tpid P; tid T' \
+    $'\tpid P; tid T; sec S; nsec N' \
     $'\thello from find_package' \
     "" \
     $'4\tapi_exit     Hello Install Probe::cxx_main (7.23.1.1.2.0)' \
-    $'\tpid P; tid T' \
+    $'\tpid P; tid T; sec S; nsec N' \
     "Records formatted       : 4" >"$tmp/fmt.expected"
 diff -u "$tmp/fmt.expected" "$tmp/fmt.out" || fail "kelvo fmt of the live trace"
 

@@ -23,25 +23,43 @@ int writePattern(uint32_t n)
     return trcWrite(1, 30, 2, 3, 4, 5, nullptr, text.data(), static_cast<unsigned>(text.size()));
 }
 
-int writeInTwoThreads()
+// Writes `count` records in each of two threads; returns how many were
+// stored, or -1 when a write failed. A write that a reader kept out is no
+// failure: it is dropped and counted.
+int64_t writeInTwoThreads(uint32_t count)
 {
-    std::atomic<int> failures{0};
+    std::atomic<int64_t> stored{0};
+    std::atomic<bool> failed{false};
     auto writer = [&] {
-        for (uint32_t n = 0; n < recordsPerThread; ++n)
-            failures += writePattern(n) != 0;
+        for (uint32_t n = 0; n < count; ++n) {
+            int rc = writePattern(n);
+            stored += rc == 0;
+            failed = failed || rc < 0;
+        }
     };
     std::thread a(writer), b(writer);
     a.join();
     b.join();
-    return failures == 0 ? 0 : 1;
+    return failed ? -1 : stored.load();
 }
 
-// Every record whole, a pattern record, and each writer's numbers rising.
+// Records of the facility itself: losses, and slots given up.
+bool isFacilityRecord(const Found& f)
+{
+    return f.ids[0] == 255;
+}
+
+// Every record whole, a pattern record or one of the facility, and each
+// writer's numbers rising.
 void checkDump(const Walked& w)
 {
     ASSERT_TRUE(w.complete);
     std::map<std::pair<uint32_t, uint32_t>, int64_t> last;
     for (const Found& f : w.records) {
+        if (isFacilityRecord(f)) {
+            ASSERT_TRUE(f.whole);
+            continue;
+        }
         int64_t n = patternNumber(f.data);
         ASSERT_TRUE(f.whole && n >= 0) << f.data.size();
         auto [it, first] = last.try_emplace({f.head.pid, f.head.tid}, n);
@@ -61,7 +79,7 @@ TEST(LibConcurrency, TwoProcessesOfTwoThreadsWhileDumpingAndClearing)
     ASSERT_EQ(turnOn(args), 0);
     for (int i = 0; i < 2; ++i)
         if (fork() == 0)
-            _exit(writeInTwoThreads());
+            _exit(writeInTwoThreads(recordsPerThread) < 0 ? 1 : 0);
     for (int dumps = 1, running = 2; running > 0 && !HasFatalFailure(); ++dumps) {
         checkDump(dumpAndWalk(dir));
         if (dumps % 3 == 0) {
@@ -74,6 +92,58 @@ TEST(LibConcurrency, TwoProcessesOfTwoThreadsWhileDumpingAndClearing)
         }
     }
     checkDump(dumpAndWalk(dir));
+}
+
+// Over a run with readers that take and let go of the trace all along, the
+// records stored and the records the facility counted as lost add up to
+// the records written.
+TEST(LibConcurrency, StoredAndLostRecordsAddUpToTheRecordsWritten)
+{
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.bufferSize = 65536 * 256;   // nothing is overwritten
+    ASSERT_EQ(turnOn(args), 0);
+    constexpr uint32_t perThread = 20000;
+    int report[2];
+    ASSERT_EQ(pipe(report), 0);
+    for (int i = 0; i < 2; ++i) {
+        if (fork() == 0) {
+            int64_t stored = writeInTwoThreads(perThread);
+            _exit(write(report[1], &stored, sizeof stored) == sizeof stored ? 0 : 1);
+        }
+    }
+    int64_t storedByWriters = 0;
+    for (int running = 2; running > 0;) {
+        trcSemP();
+        usleep(200);
+        trcSemV();
+        int status = 0;
+        if (waitpid(-1, &status, WNOHANG) > 0) {
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+            int64_t stored = -1;
+            ASSERT_EQ(read(report[0], &stored, sizeof stored), static_cast<ssize_t>(sizeof stored));
+            storedByWriters += stored;
+            --running;
+        }
+    }
+    close(report[0]);
+    close(report[1]);
+    // One more record brings the report of the last losses with it.
+    ASSERT_EQ(writePattern(0), 0);
+    Walked w = dumpAndWalk(dir);
+    checkDump(w);
+    int64_t patterns = 0, lost = 0;
+    for (const Found& f : w.records) {
+        unsigned n = 0;
+        if (!isFacilityRecord(f))
+            ++patterns;
+        else if (std::sscanf(f.data.c_str(), "lost %u record", &n) == 1)
+            lost += n;
+    }
+    EXPECT_EQ(patterns, storedByWriters + 1);
+    EXPECT_GT(lost, 0);
+    EXPECT_EQ(patterns - 1 + lost, int64_t{4} * perThread);
 }
 
 TEST(LibConcurrency, HolderOfTheSemaphoreKilled)

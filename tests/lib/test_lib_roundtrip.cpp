@@ -49,7 +49,7 @@ Texts texts(const Walked& w)
 }
 
 // The walk found the newest records of the log, whole and in order, written
-// by this thread without a time stamp.
+// by this thread, each with a time stamp.
 void expectTail(const Walked& w, const std::vector<Written>& log)
 {
     ASSERT_TRUE(w.complete);
@@ -61,9 +61,10 @@ void expectTail(const Walked& w, const std::vector<Written>& log)
         EXPECT_EQ(f.ids, log[first + i].ids);
         EXPECT_EQ(f.data, log[first + i].data);
         EXPECT_TRUE(f.whole);
-        EXPECT_EQ(std::tuple(f.head.pid, f.head.tid, f.head.node, f.head.cpid, f.head.sec),
+        EXPECT_EQ(std::tuple(f.head.pid, f.head.tid, f.head.node, f.head.cpid, f.head.sec != 0,
+                             f.head.nsec >= 0 && f.head.nsec < 1'000'000'000),
                   std::tuple(static_cast<uint32_t>(getpid()), static_cast<uint32_t>(syscall(SYS_gettid)),
-                             -1, 0u, 0));
+                             -1, 0u, true, true));
     }
 }
 
@@ -230,13 +231,12 @@ TEST_F(LibRoundTrip, SevereErrorsStopTheTraceOffStopsWritersAndOnIsSeenAgain)
     ASSERT_EQ(turnOn(OnArgs{}), 0);
     EXPECT_EQ(say("fresh", 2), 0);
 
-    // After off no write is taken; time stamps only with option -t.
+    // After off no write is taken; every record of a new trace carries the
+    // time it was written.
     ASSERT_EQ(trcOff(0), 0);
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(say("off"), 1);
-    args = OnArgs{};
-    args.flags |= TRC_OPTION_T;
-    ASSERT_EQ(turnOn(args), 0);
+    ASSERT_EQ(turnOn(OnArgs{}), 0);
     time_t before = time(nullptr);
     ASSERT_EQ(say("b"), 0);
     w = dumpAndWalk(dir);

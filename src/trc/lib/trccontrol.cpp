@@ -1,22 +1,21 @@
 // The operations on a running trace as a whole: off, change, clear, attach.
-// Each holds the trace semaphore while it changes the block, so that a
-// writer sees the trace before or after the change, never in between.
+// None of them waits for a writer; off waits for nobody at all, so that a
+// trace can be ended whatever holds it.
 #include <kelvo/facility.h>
 
-#include "trcarea.h"
 #include "trcexport.h"
 #include "trcheader.h"
+#include "trchold.h"
 #include "trcprocess.h"
-#include "trcsem.h"
-
-#include <unistd.h>
+#include "trcring.h"
 
 #include <cerrno>
 
 namespace kelvo {
 namespace {
 
-constexpr int offAttempts = 3;
+// A clear waits this long for other readers to let the trace go.
+constexpr int clearSeconds = 10;
 
 int32_t fail(int error)
 {
@@ -29,64 +28,50 @@ void bumpGeneration(Live& live)
     __atomic_add_fetch(&live.control->generation, 1u, __ATOMIC_RELEASE);
 }
 
-// Takes the semaphore of the live block when the trace runs: 0, ENOENT.
-int lockRunning(Live*& live)
+bool running(const Live& live)
 {
-    live = currentLive();
-    if (live == nullptr)
-        return ENOENT;
-    int rc = semLock(*live);
-    if (rc != 0)
-        return rc;
-    if (live->control->removed != 0 || live->header->traceOff != 0) {
-        semUnlock(*live);
-        return ENOENT;
-    }
-    return 0;
+    return loadRelaxed(live.control->removed) == 0 && loadRelaxed(live.header->traceOff) == 0 &&
+           !RingState::decode(loadRing(live)).closed;
 }
 
-// Marks the block removed and unlinks its name, both under the semaphore:
-// the name is unlinked only by the one who removed it.
-// Maps the block of a file trace whose file is gone. Like every mapping it
-// is kept for the life of the process, here in a list of its own.
-Live* mapLiveToEnd()
+// The live block when the trace runs: 0, ENOENT.
+int findRunning(Live*& live)
 {
-    static Live* kept = nullptr;
-    Live* live = mapLive(false);
-    if (live != nullptr) {
-        live->older = kept;
-        kept = live;
-    }
-    return live;
+    live = currentLive();
+    return live != nullptr && running(*live) ? 0 : ENOENT;
 }
 
 int removeTrace()
 {
-    for (int attempt = 0; attempt < offAttempts; ++attempt) {
-        Live* live = currentLive();
-        // A file trace whose file was removed can no longer be written, but
-        // it must still be possible to end it.
-        if (live == nullptr)
-            live = mapLiveToEnd();
-        if (live == nullptr)
-            return ENOENT;
-        int rc = semLock(*live);
-        if (rc != 0)
-            return rc;
-        if (live->control->removed != 0) {
-            semUnlock(*live);
-            continue;
-        }
-        __atomic_store_n(&live->control->removed, 1u, __ATOMIC_RELEASE);
-        storeRelaxed(live->header->traceOff, int32_t{1});
+    // A file trace whose file is gone can no longer be written, but it can
+    // still be ended; so can a block that no longer makes sense.
+    Live* live = currentLive();
+    if (live != nullptr && live->fileHeader != nullptr)
+        storeRelaxed(live->fileHeader->traceOff, int32_t{1});
+    return retireBlock();
+}
+
+int clearTrace()
+{
+    Live* live = nullptr;
+    int rc = findRunning(live);
+    if (rc != 0)
+        return rc;
+    if (live->area == nullptr)
+        return EINVAL;
+    rc = holdTake(*live);
+    if (rc != 0)
+        return rc;
+    rc = holdAlone(*live, clearSeconds);
+    if (rc == 0) {
+        ringReset(*live);
+        storeRelaxed(live->header->traceFull, int32_t{0});
         if (live->fileHeader != nullptr)
-            storeRelaxed(live->fileHeader->traceOff, int32_t{1});
+            storeRelaxed(live->fileHeader->traceFull, int32_t{0});
         bumpGeneration(*live);
-        unlink(instancePath().c_str());
-        semUnlock(*live);
-        return 0;
     }
-    return ENOENT;
+    holdRelease(*live);
+    return rc;
 }
 
 } // namespace
@@ -106,7 +91,7 @@ KELVO_EXPORT int32_t trcChg(const uint8_t* mask, int32_t pid, int32_t tid, int32
                             const uint8_t* pauseMask, int32_t pauseAttrib)
 {
     kelvo::Live* live = nullptr;
-    int rc = kelvo::lockRunning(live);
+    int rc = kelvo::findRunning(live);
     if (rc != 0)
         return kelvo::fail(rc);
     kelvo::TraceSettings settings{mask, pid, tid, cpid, thisPointer, returnCode, maxSevereErrors,
@@ -115,27 +100,13 @@ KELVO_EXPORT int32_t trcChg(const uint8_t* mask, int32_t pid, int32_t tid, int32
     if (live->fileHeader != nullptr)
         kelvo::changeHeader(*live->fileHeader, settings);
     kelvo::bumpGeneration(*live);
-    kelvo::semUnlock(*live);
     return 0;
 }
 
 KELVO_EXPORT int32_t trcClear(int32_t)
 {
-    kelvo::Live* live = nullptr;
-    int rc = kelvo::lockRunning(live);
-    if (rc != 0)
-        return kelvo::fail(rc);
-    if (live->area == nullptr) {
-        kelvo::semUnlock(*live);
-        return kelvo::fail(EINVAL);
-    }
-    kelvo::areaReset(*live);
-    kelvo::storeRelaxed(live->header->traceFull, int32_t{0});
-    if (live->fileHeader != nullptr)
-        kelvo::storeRelaxed(live->fileHeader->traceFull, int32_t{0});
-    kelvo::bumpGeneration(*live);
-    kelvo::semUnlock(*live);
-    return 0;
+    int rc = kelvo::clearTrace();
+    return rc == 0 ? 0 : kelvo::fail(rc);
 }
 
 KELVO_EXPORT trcHeader_t* trcAttach(int32_t, int32_t, int32_t)

@@ -1,11 +1,12 @@
 // Dumping a trace in shared memory to a binary trace file. The block is
-// copied under the semaphore and written after it is released, so that
-// writers wait for a memory copy only, never for the disk.
+// copied while the trace is held and written after it is let go, so that
+// writers drop records for the time of a memory copy only, never for the
+// time of the disk.
 #include <kelvo/facility.h>
 
 #include "trcexport.h"
 #include "trcprocess.h"
-#include "trcsem.h"
+#include "trchold.h"
 
 #include <unistd.h>
 
@@ -44,16 +45,16 @@ int dump(int fd)
     std::unique_ptr<uint8_t[]> copy(new (std::nothrow) uint8_t[bytes]);
     if (!copy)
         return ENOMEM;
-    int rc = semLock(*live);
+    int rc = holdTake(*live);
     if (rc != 0)
         return rc;
-    if (live->control->removed != 0) {
-        semUnlock(*live);
+    if (loadRelaxed(live->control->removed) != 0) {
+        holdRelease(*live);
         return ENOENT;
     }
     std::memcpy(copy.get(), live->header, TRC_HEADER_SIZE);
     std::memcpy(copy.get() + TRC_HEADER_SIZE, live->area, static_cast<std::size_t>(live->bufferSize));
-    semUnlock(*live);
+    holdRelease(*live);
     return writeAll(fd, copy.get(), bytes);
 }
 

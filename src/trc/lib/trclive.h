@@ -8,38 +8,50 @@
 
 #include <kelvo/trcformat.h>
 
-#include <pthread.h>
-
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace kelvo {
 
 constexpr uint32_t controlMagic = 0x4B4C564Fu;   // "KLVO"
-constexpr uint32_t controlLayout = 2;
+constexpr uint32_t controlLayout = 3;
 constexpr std::size_t controlBytes = 4096;
 constexpr int32_t smallestBuffer = 64;
+constexpr int maxHolders = 32;
 
 enum class Destination : uint32_t { shared = 1, file = 2, native = 3 };
 
-// Fields that are written under the trace semaphore and read by writers
-// without it are accessed through the atomic helpers below.
+// The control page. Any process that maps the block can write anything into
+// it, so every reader of these words checks them before it trusts them.
 struct Control {
-    // Read by every write before it takes the semaphore: kept apart from
-    // the words the holder of the semaphore writes, so that the writers'
-    // reads do not pull the holder's cache line away.
+    // Read by every write: kept apart from the ring word, which every
+    // write changes.
     uint32_t magic;
     uint32_t layout;
     uint32_t removed;        // set by off: the block is gone for good
     uint32_t generation;     // bumped by every change; ends pauses
     uint32_t destination;    // a Destination
-    // Written under the semaphore.
-    alignas(64) pthread_mutex_t mutex;   // the trace semaphore: process-shared and robust
-    int32_t endOffset;       // where the end mark stands
-    int32_t oldStart;        // first intact record of the last lap behind it
+    uint32_t keptFlags;      // destination and retention bits as on set them
+    // The ring word: where the next record goes and who may place one (see
+    // trcring.h). Every write changes it, so it has its cache line alone.
+    alignas(64) uint64_t ring;
+    // Losses not yet reported by a record of the facility, by cause, and all
+    // losses since the trace began.
+    alignas(64) uint32_t lostHeld;
+    uint32_t lostFull;
+    uint64_t lostTotal;
     int32_t severeErrors;
+    // The reader that puts the area in order, and the ring word it found in
+    // order last, so that a second reader need not look again.
+    int32_t settler;
+    uint64_t settled;
+    // Processes that hold the trace for reading.
+    int32_t holders[maxHolders];
 };
 static_assert(sizeof(Control) <= controlBytes);
+static_assert(offsetof(Control, ring) == 64);
+static_assert(offsetof(Control, lostHeld) == 128);
 
 // This process's mapping of a live block. Never freed: the tool keeps
 // pointers into it for the life of the process.
@@ -51,6 +63,7 @@ struct Live {
     int32_t bufferSize;
     int32_t segmentSize;
     Destination destination;
+    std::size_t mappedBytes;  // of the block itself, the guard behind it not counted
     Live* older;              // the blocks this process mapped before
 };
 
@@ -69,10 +82,16 @@ std::string instancePath();
 // A fresh name beside it for building a block before it is published.
 std::string instanceScratchPath();
 
-// Maps the published block of the instance; null with errno when none.
-// Without needFile, a file trace whose file cannot be mapped is mapped all
-// the same, with no area: enough to end it.
+// Maps the published block of the instance; null with ENOENT when there is
+// none or it is damaged. Without needFile, a file trace whose file cannot be
+// mapped is mapped all the same, with no area: enough to end it.
 Live* mapLive(bool needFile = true);
+
+// Ends whatever block the instance's name holds, damaged or not: marks it
+// removed and closed where its control page can be mapped, so that the
+// writers that use it let go of it, and unlinks the name. 0, or ENOENT when
+// there is no block.
+int retireBlock();
 
 } // namespace kelvo
 

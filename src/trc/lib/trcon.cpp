@@ -4,11 +4,10 @@
 // nothing behind.
 #include <kelvo/facility.h>
 
-#include "trcarea.h"
 #include "trcexport.h"
 #include "trcheader.h"
 #include "trcprocess.h"
-#include "trcsem.h"
+#include "trcring.h"
 #include "trcsize.h"
 
 #include <fcntl.h>
@@ -23,7 +22,6 @@
 namespace kelvo {
 namespace {
 
-constexpr int lockSeconds = 10;
 constexpr mode_t blockMode = 0660;
 
 Destination destinationOf(uint32_t flags)
@@ -48,27 +46,16 @@ std::string absoluteName(const char* name)
     return full.size() < TRC_FILE_NAME_SIZE ? full : std::string(name);
 }
 
-// Makes room for a new trace: a stopped trace is removed, a running one
-// refused. 0, EEXIST or EAGAIN.
+// Makes room for a new trace: a running trace is refused; a stopped one,
+// one that off left behind, and one that no longer makes sense are removed.
+// Nothing here waits. 0 or EEXIST.
 int retireExisting()
 {
     Live* live = currentLive();
-    if (live == nullptr)
-        return 0;
-    int rc = semLockWithin(*live, lockSeconds);
-    if (rc != 0)
-        return rc;
-    if (loadRelaxed(live->control->removed) != 0) {
-        semUnlock(*live);
-        return 0;
-    }
-    if (loadRelaxed(live->header->traceOff) == 0) {
-        semUnlock(*live);
+    if (live != nullptr && loadRelaxed(live->control->removed) == 0 &&
+        loadRelaxed(live->header->traceOff) == 0 && !RingState::decode(loadRing(*live)).closed)
         return EEXIST;
-    }
-    __atomic_store_n(&live->control->removed, 1u, __ATOMIC_RELEASE);
-    unlink(instancePath().c_str());
-    semUnlock(*live);
+    retireBlock();
     return 0;
 }
 
@@ -169,12 +156,10 @@ int build(const TraceSettings& settings, Destination destination, const std::str
     live.bufferSize = areaBytes;
     live.segmentSize = trcSegmentSize(areaBytes);
     live.destination = destination;
-    rc = semInit(*live.control);
-    if (rc != 0)
-        return rc;
     live.control->magic = controlMagic;
     live.control->layout = controlLayout;
     live.control->destination = static_cast<uint32_t>(destination);
+    live.control->keptFlags = settings.flags;
     fillHeader(*live.header, settings, fileName.c_str(), areaBytes);
     if (destination == Destination::file) {
         live.fileHeader = reinterpret_cast<trcHeader_t*>(building.file());
@@ -184,7 +169,7 @@ int build(const TraceSettings& settings, Destination destination, const std::str
         live.area = building.block() + controlBytes + TRC_HEADER_SIZE;
     }
     if (hasArea)
-        areaReset(live);
+        ringReset(live);
     return building.publish();
 }
 

@@ -4,7 +4,6 @@
 
 #include "trcexport.h"
 #include "trcprocess.h"
-#include "trcsem.h"
 
 #include <cerrno>
 #include <cstring>
@@ -44,12 +43,11 @@ void onNewLive(Live& live)
     bool any = false;
     for (const Level& level : levels)
         any = any || level.set;
-    if (!any || semLock(live) != 0)
+    if (!any)
         return;
     for (unsigned product = 0; product < TRC_PRODUCTS; ++product)
         if (levels[product].set)
             enter(live, product, levels[product].text);
-    semUnlock(live);
 }
 
 } // namespace kelvo
@@ -69,9 +67,10 @@ extern "C" KELVO_EXPORT int trcSetProdVersion(unsigned product, const char* leve
     }
     // Looking for the block may enter all levels itself; the lock is free.
     kelvo::Live* live = kelvo::currentLive();
-    if (live == nullptr || kelvo::semLock(*live) != 0)
+    if (live == nullptr)
         return 1;
+    // The header is written without a lock: a reader that copies it at the
+    // same moment may see half a level, never anything outside the field.
     kelvo::enter(*live, product, text);
-    kelvo::semUnlock(*live);
     return 0;
 }

@@ -1,9 +1,12 @@
-// The trace semaphore as the tool takes it, around reading the live block.
+// The trace semaphore as the tool takes it, around reading the live block: a
+// hold for reading (trchold.h). Taking it never waits for a writer, and
+// waits for another reader only within a bound; a report whose hold could
+// not be had goes on over what it finds.
 #include <kelvo/facility.h>
 
 #include "trcexport.h"
 #include "trcprocess.h"
-#include "trcsem.h"
+#include "trchold.h"
 
 #include <atomic>
 #include <cerrno>
@@ -29,7 +32,7 @@ KELVO_EXPORT int32_t trcSemP(void)
     kelvo::Live* live = kelvo::currentLive();
     if (live == nullptr)
         return -1;
-    int rc = kelvo::semLock(*live);
+    int rc = kelvo::holdTake(*live);
     if (rc != 0) {
         errno = rc;
         return -1;
@@ -45,7 +48,7 @@ KELVO_EXPORT int32_t trcSemV(void)
         errno = EPERM;
         return -1;
     }
-    kelvo::semUnlock(*live);
+    kelvo::holdRelease(*live);
     return 0;
 }
 

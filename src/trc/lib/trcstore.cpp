@@ -1,18 +1,23 @@
-// Storing a record. The mask and the filters are tested before the trace
-// semaphore is taken, so that records the trace does not want cost no lock;
-// the state of the trace is tested again under it, so that no record is
-// stored after trcOff has returned.
+// Storing a record. Nothing here waits for another process: the mask and
+// the filters are read without a lock, the time is read before the record
+// takes its place, and the place is taken from the ring word with one
+// compare-and-swap (trcring.h). A record that cannot be placed at once (a
+// reader holds the trace, the area keeps its initial records and is full)
+// is dropped and counted; the next record stored is preceded by a record of
+// the facility that says how many were lost and why.
 #include "trcstore.h"
 
-#include "trcarea.h"
+#include "trcfacrec.h"
+#include "trchold.h"
 #include "trcnative.h"
 #include "trcprocess.h"
-#include "trcsem.h"
+#include "trcring.h"
 
 #include <kelvo/facility.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -22,6 +27,31 @@ namespace kelvo {
 namespace {
 
 constexpr int32_t rcBytes = 4;
+constexpr int64_t sweepIntervalNs = 100'000'000;
+
+struct Stamp {
+    int32_t sec;
+    int32_t nsec;
+};
+
+KELVO_FAST_TLS int32_t lastSec = 0;
+KELVO_FAST_TLS int32_t lastNsec = 0;
+std::atomic<int64_t> nextSweepNs{0};
+
+// The real time, never earlier than the thread's record before: the clock
+// may be set back, the order of one thread's records may not.
+Stamp stampNow()
+{
+    struct timespec now {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    auto sec = static_cast<int32_t>(now.tv_sec);
+    auto nsec = static_cast<int32_t>(now.tv_nsec);
+    if (sec < lastSec || (sec == lastSec && nsec < lastNsec))
+        return Stamp{lastSec, lastNsec};
+    lastSec = sec;
+    lastNsec = nsec;
+    return Stamp{sec, nsec};
+}
 
 bool isSevereEvent(unsigned event) { return event >= 1 && event <= 4; }
 
@@ -55,7 +85,7 @@ void noteSevere(Live& live, const RecordSource& record, bool rcEvent)
     bool severe = isSevereEvent(event) || (rcEvent && sysErrRc != 0 && returnCodeOf(record) == sysErrRc);
     if (!severe)
         return;
-    int32_t count = ++live.control->severeErrors;
+    int32_t count = __atomic_add_fetch(&live.control->severeErrors, 1, __ATOMIC_RELAXED);
     int32_t allowed = loadRelaxed(h.maxSevereErrors);
     if (allowed != -1 && count >= allowed)
         setTraceField(live, &trcHeader_t::traceOff);
@@ -67,56 +97,211 @@ int32_t recordLength(const Live& live, const RecordSource& record, bool rcEvent)
 {
     int32_t smallest = TRC_RECORD_MIN + (rcEvent ? rcBytes : 0);
     int32_t largest = std::max(loadRelaxed(live.header->maxRecordSize), smallest);
-    largest = std::min(largest, areaLargestRecord(live));
+    largest = std::min(largest, ringLargestRecord(live));
     int64_t wanted = TRC_RECORD_MIN + static_cast<int64_t>(record.length);
     return static_cast<int32_t>(std::clamp<int64_t>(wanted, smallest, largest));
 }
 
-// Writes the record behind its length word, field by field straight into
-// the area: staging it on the stack and copying it costs a stalled load.
-void fillRecord(Live& live, int32_t offset, const RecordSource& record, int32_t length,
-                uint32_t flags)
+void writeRecord(Live& live, int32_t offset, uint16_t lap, const RecordSource& record, int32_t length,
+                 Stamp stamp)
 {
-    uint8_t* at = live.area + offset;
-    auto* fixed = reinterpret_cast<trcRecord_t*>(at);
     const uint8_t* id = record.ids.id;
-    fixed->ident1 = static_cast<uint32_t>(id[0]) << 24 | static_cast<uint32_t>(id[1]) << 16;
-    fixed->ident2 = static_cast<uint32_t>(id[2]) << 24 | static_cast<uint32_t>(id[3]) << 16 |
-                    static_cast<uint32_t>(id[4]) << 8 | id[5];
-    fixed->thisPointer = record.thisPointer;
-    fixed->pid = processId();
-    fixed->tid = threadId();
-    fixed->node = nodeOfProcess();
-    fixed->cpid = companionOfThread();
-    fixed->sec = 0;
-    fixed->nsec = 0;
-    if (flags & TRC_OPTION_T) {
-        struct timespec now {};
-        clock_gettime(CLOCK_REALTIME, &now);
-        fixed->sec = static_cast<int32_t>(now.tv_sec);
-        fixed->nsec = static_cast<int32_t>(now.tv_nsec);
-    }
-    uint32_t room = static_cast<uint32_t>(length - TRC_RECORD_MIN);
-    uint32_t copied = std::min(room, record.length);
-    if (copied != 0)
-        std::memcpy(at + TRC_RECORD_FIXED, record.data, copied);
-    int32_t padded = trcAligned(length) - 4;
-    std::memset(at + TRC_RECORD_FIXED + copied, 0, static_cast<std::size_t>(padded - TRC_RECORD_FIXED) - copied);
+    RecordFields fields{static_cast<uint32_t>(id[0]) << 24 | static_cast<uint32_t>(id[1]) << 16,
+                        static_cast<uint32_t>(id[2]) << 24 | static_cast<uint32_t>(id[3]) << 16 |
+                            static_cast<uint32_t>(id[4]) << 8 | id[5],
+                        record.thisPointer,
+                        processId(),
+                        threadId(),
+                        nodeOfProcess(),
+                        companionOfThread(),
+                        stamp.sec,
+                        stamp.nsec,
+                        record.data,
+                        record.length};
+    ringWriteRecord(live, offset, lap, fields, length);
 }
 
-// Stores into the record area. Returns 1 when the area is full.
-int storeInArea(Live& live, const RecordSource& record, bool rcEvent, uint32_t flags)
+int64_t coarseNs()
+{
+    struct timespec now {};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+// A reader that died holding the trace would keep every write out: writers
+// that find it held look for dead holders now and then. True when that
+// freed the trace.
+bool sweepWhenDue(Live& live)
+{
+    int64_t now = coarseNs();
+    int64_t due = nextSweepNs.load(std::memory_order_relaxed);
+    if (now < due || !nextSweepNs.compare_exchange_strong(due, now + sweepIntervalNs))
+        return false;
+    holdSweep(live);
+    return RingState::decode(loadRing(live)).holds == 0;
+}
+
+void countLoss(Live& live, uint32_t Control::*cause)
+{
+    __atomic_add_fetch(&(live.control->*cause), 1u, __ATOMIC_RELAXED);
+    __atomic_add_fetch(&live.control->lostTotal, uint64_t{1}, __ATOMIC_RELAXED);
+    ringMarkLoss(live);
+}
+
+// The losses not yet reported, taken for one record of the facility.
+struct Losses {
+    uint32_t held = 0;
+    uint32_t full = 0;
+    uint32_t total() const { return held + full; }
+};
+
+Losses takeLosses(Live& live)
+{
+    return Losses{__atomic_exchange_n(&live.control->lostHeld, 0u, __ATOMIC_ACQ_REL),
+                  __atomic_exchange_n(&live.control->lostFull, 0u, __ATOMIC_ACQ_REL)};
+}
+
+void giveBackLosses(Live& live, const Losses& losses)
+{
+    __atomic_add_fetch(&live.control->lostHeld, losses.held, __ATOMIC_RELAXED);
+    __atomic_add_fetch(&live.control->lostFull, losses.full, __ATOMIC_RELAXED);
+    ringMarkLoss(live);
+}
+
+std::size_t lossText(const Losses& losses, char* text, std::size_t size)
+{
+    const char* noun = losses.total() == 1 ? "record" : "records";
+    int n = 0;
+    if (losses.held != 0 && losses.full != 0)
+        n = std::snprintf(text, size, "lost %u %s: %u while a reader held the trace, %u while the buffer was full",
+                          losses.total(), noun, losses.held, losses.full);
+    else
+        n = std::snprintf(text, size, "lost %u %s while %s", losses.total(), noun,
+                          losses.held != 0 ? "a reader held the trace" : "the buffer was full");
+    return n < 0 ? 0 : std::min(static_cast<std::size_t>(n), size - 1);
+}
+
+// Why a record was not placed.
+enum class Refusal { none, closed, held, full, lost };
+
+Refusal refusalOf(const RingState& s)
+{
+    if (s.closed)
+        return Refusal::closed;
+    if (s.holds != 0)
+        return Refusal::held;
+    if (s.full)
+        return Refusal::full;
+    return Refusal::none;
+}
+
+// Takes places for `count` records of the given sizes, in order, with one
+// swap of the ring word. Clears the loss flag when `reportsLoss`.
+Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial, bool reportsLoss,
+                Placement* out, uint16_t& lap)
+{
+    uint64_t word = loadRing(live);
+    for (;;) {
+        RingState s = RingState::decode(word);
+        Refusal refusal = refusalOf(s);
+        if (refusal != Refusal::none)
+            return refusal;
+        if (s.lossPending && !reportsLoss)
+            return Refusal::lost;
+        // An end that no record can start at is a stray write's: the next
+        // reader puts the ring in order, and until then records are lost.
+        if (!ringEndUsable(live, s))
+            return Refusal::held;
+        RingState next = s;
+        next.lossPending = false;
+        for (int i = 0; i < count; ++i) {
+            if (!ringPlace(live, next, aligned[i], keepInitial, out[i]))
+                return Refusal::full;
+        }
+        if (casRing(live, word, next.encode())) {
+            lap = next.lap;
+            return Refusal::none;
+        }
+    }
+}
+
+// Drops the record for `refusal`, counting it. 1: not stored.
+int drop(Live& live, Refusal refusal)
+{
+    if (refusal == Refusal::held) {
+        countLoss(live, &Control::lostHeld);
+    } else if (refusal == Refusal::full) {
+        countLoss(live, &Control::lostFull);
+        ringMarkFull(live);
+        setTraceField(live, &trcHeader_t::traceFull);
+    }
+    return 1;
+}
+
+void writePlaced(Live& live, const Placement& p, uint16_t lap, const RecordSource& record,
+                 int32_t length, Stamp stamp)
+{
+    // A filler that closes the area is of the lap before the wrap.
+    if (p.fillerSize != 0)
+        ringWriteFiller(live, p.fillerAt, p.fillerSize, p.at < p.fillerAt ? previousLap(lap) : lap);
+    writeRecord(live, p.at, lap, record, length, stamp);
+}
+
+// Stores the record behind a record of the facility that reports the
+// losses before it.
+int storeAfterLoss(Live& live, const RecordSource& record, int32_t length, bool keepInitial, Stamp stamp)
+{
+    Losses losses = takeLosses(live);
+    if (losses.total() == 0) {
+        ringClearLoss(live);
+        Losses late = takeLosses(live);
+        if (late.total() != 0)
+            giveBackLosses(live, late);
+        return -2;   // nothing to report after all: store as usual
+    }
+    char text[160];
+    std::size_t textLength = lossText(losses, text, sizeof text);
+    RecordSource report{RecordIds{{facilityProduct, facilityEvent, facilityComponent, facilityClass,
+                                   functionRecordsLost, 0}},
+                        0, reinterpret_cast<const uint8_t*>(text), static_cast<uint32_t>(textLength)};
+    auto reportLength = static_cast<int32_t>(TRC_RECORD_MIN + textLength);
+    int32_t aligned[2] = {trcAligned(reportLength), trcAligned(length)};
+    Placement places[2];
+    uint16_t lap = 0;
+    Refusal refusal = reserve(live, aligned, 2, keepInitial, true, places, lap);
+    if (refusal != Refusal::none) {
+        giveBackLosses(live, losses);
+        return drop(live, refusal);
+    }
+    // The first place may close the lap before the second one.
+    uint16_t firstLap = places[1].at < places[0].at ? previousLap(lap) : lap;
+    writePlaced(live, places[0], firstLap, report, reportLength, stamp);
+    writePlaced(live, places[1], lap, record, length, stamp);
+    return 0;
+}
+
+// Stores into the record area. 0: stored; 1: dropped.
+int storeInArea(Live& live, const RecordSource& record, bool rcEvent, uint32_t flags, Stamp stamp)
 {
     int32_t length = recordLength(live, record, rcEvent);
     int32_t aligned = trcAligned(length);
-    int32_t offset = areaReserve(live, aligned, (flags & TRC_KEEP_INITIAL) != 0);
-    if (offset < 0) {
-        setTraceField(live, &trcHeader_t::traceFull);
-        return 1;
+    bool keepInitial = (flags & TRC_KEEP_INITIAL) != 0;
+    for (;;) {
+        Placement place;
+        uint16_t lap = 0;
+        Refusal refusal = reserve(live, &aligned, 1, keepInitial, false, &place, lap);
+        if (refusal == Refusal::none) {
+            writePlaced(live, place, lap, record, length, stamp);
+            return 0;
+        }
+        if (refusal == Refusal::held && sweepWhenDue(live))
+            continue;
+        if (refusal != Refusal::lost)
+            return drop(live, refusal);
+        int rc = storeAfterLoss(live, record, length, keepInitial, stamp);
+        if (rc != -2)
+            return rc;
     }
-    fillRecord(live, offset, record, length, flags);
-    areaPublish(live, offset, length, aligned);
-    return 0;
 }
 
 void pauseThread(Live& live)
@@ -161,25 +346,15 @@ Live* traceFor(const RecordIds& ids, uint32_t thisPointer)
 
 int storeRecord(Live& live, const RecordSource& record)
 {
+    Stamp stamp = stampNow();
     bool rcEvent = isReturnCodeEvent(record.ids.id[1]);
-    int rc = semLock(live);
-    if (rc != 0) {
-        errno = rc;
-        return -1;
-    }
-    if (!stillTaking(live)) {
-        semUnlock(live);
-        return 1;
-    }
     uint32_t flags = loadRelaxed(live.header->flags);
-    int result = 0;
-    if (live.area != nullptr)
-        result = storeInArea(live, record, rcEvent, flags);
-    if (result == 0)
-        noteSevere(live, record, rcEvent);
-    semUnlock(live);
-    if (result != 0)
-        return result;
+    if (live.area != nullptr) {
+        int result = storeInArea(live, record, rcEvent, flags, stamp);
+        if (result != 0)
+            return result;
+    }
+    noteSevere(live, record, rcEvent);
     if (live.area == nullptr)
         nativeEmit(record, rcEvent);
     afterStore(live, record, flags);

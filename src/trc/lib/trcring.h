@@ -1,0 +1,128 @@
+// The ring: how writers take their place in the record area without a lock,
+// and how a record is written into the place taken.
+//
+// One 64-bit word in the control page, the ring word, says where the next
+// record goes (`end`), how often the area has wrapped (`lap`, also stamped
+// into every record so that a record of this lap can be told from the bytes
+// of an older one), how many readers hold the trace, and a few flags. A
+// writer reads the word, computes its place by the layout rules of the
+// trace format (a record and the end mark behind it must fit in the
+// segment, else the segment is closed by a filler and the record starts the
+// next one, or offset 0 behind the last), and installs the new word with
+// one compare-and-swap. Once that succeeds the bytes are its own: it marks
+// the slot pending, writes the record, and commits it by storing its length
+// word last. Nobody waits for anybody: a writer that finds the trace held by
+// a reader, closed or full drops its record and counts the loss, and a
+// writer that stops between reserving and committing leaves a pending slot
+// that the next reader gives up (trcsettle.h).
+#ifndef KELVO_TRCRING_H
+#define KELVO_TRCRING_H
+
+#include "trclive.h"
+
+#include <cstdint>
+
+namespace kelvo {
+
+struct RingState {
+    uint32_t end = 0;      // offset of the end mark: the next record goes here
+    uint16_t lap = 0;      // bumped at every wrap and every clear
+    uint8_t holds = 0;     // readers that hold the trace
+    bool closed = false;   // off: no record is placed any more
+    bool full = false;     // keeping the initial records, and the area is full
+    bool lossPending = false;  // losses wait to be reported by the next writer
+    bool wrapped = false;  // the area has wrapped since it was last emptied
+
+    static RingState decode(uint64_t word);
+    uint64_t encode() const;
+};
+
+uint64_t loadRing(const Live& live);
+bool casRing(Live& live, uint64_t& expected, uint64_t desired);
+
+// The lap after `lap`; 0 is skipped so that a wrapped lap is never 0.
+uint16_t nextLap(uint16_t lap);
+uint16_t previousLap(uint16_t lap);
+
+// Where one record goes, and the filler that closes the segment before it.
+struct Placement {
+    int32_t at = 0;
+    int32_t fillerAt = 0;
+    int32_t fillerSize = 0;  // 0: no filler
+};
+
+// True when a record can start at `state.end`; only a stray write into the
+// control page makes it false.
+bool ringEndUsable(const Live& live, const RingState& state);
+
+// Advances `state` past one record of `aligned` bytes, from a usable end.
+// False when the trace keeps its initial records and the last segment
+// cannot take it.
+bool ringPlace(const Live& live, RingState& state, int32_t aligned, bool keepInitial, Placement& out);
+
+// Largest length of a record that a segment can hold.
+int32_t ringLargestRecord(const Live& live);
+
+// Empties the area: start marker, end mark, a new lap. Only for a block no
+// writer sees yet, or under an exclusive hold.
+void ringReset(Live& live);
+
+// The words of the area, read and stored as single 32-bit accesses.
+int32_t ringWord(const Live& live, int32_t offset);
+void ringStore(Live& live, int32_t offset, int32_t value);
+// The commit: a release store, so that a reader that sees the length sees
+// the record behind it.
+void ringCommit(Live& live, int32_t offset, int32_t length);
+
+// A pending slot's first word: negative, with the low 15 bits of the lap
+// and the record's length.
+int32_t pendingWord(uint16_t lap, int32_t length);
+bool isPending(int32_t word);
+int32_t pendingLength(int32_t word);
+uint16_t pendingLap(int32_t word);
+
+// Bits 15 to 0 of ident1, which readers of the format do not read, carry
+// the lap of the record.
+constexpr uint32_t lapBits = 0xFFFFu;
+
+// A filler of 12 bytes or more carries its lap in its second word.
+void ringWriteFiller(Live& live, int32_t at, int32_t size, uint16_t lap);
+
+// The fields of a record as its writer gives them; ident1's low bits are
+// the ring's.
+struct RecordFields {
+    uint32_t ident1;
+    uint32_t ident2;
+    uint32_t thisPointer;
+    uint32_t pid;
+    uint32_t tid;
+    int32_t node;
+    uint32_t cpid;
+    int32_t sec;
+    int32_t nsec;
+    const uint8_t* data;
+    uint32_t dataLength;
+};
+
+// Writes a record of `length` bytes at the place taken: marks the slot
+// pending, writes the fields straight into the area (staging them and
+// copying costs a stalled load), then the trailing word, and commits it by
+// its length word. Data beyond the length is cut.
+void ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& fields, int32_t length);
+
+// Flags that writers set on the ring word while they drop records.
+void ringMarkLoss(Live& live);
+void ringMarkFull(Live& live);
+void ringClearLoss(Live& live);
+// Off: no record is placed any more.
+void ringClose(Control& control);
+
+#ifdef KELVO_AREA_STORE_HOOK
+// Tests only: called before every word of the ring's structure is stored,
+// so that a test can stop a writer between any two such stores.
+void areaStoreHook();
+#endif
+
+} // namespace kelvo
+
+#endif
