@@ -22,6 +22,10 @@ install(FILES
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelvo)
 install(FILES ${PROJECT_SOURCE_DIR}/man/kelvo.1
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+# The names of the records that the facility writes of its own, for users to
+# put beside their own .tfi files.
+install(FILES ${PROJECT_SOURCE_DIR}/examples/kelvo.tfi
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/kelvo)
 install(FILES ${PROJECT_SOURCE_DIR}/completion/kelvo.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME kelvo)

@@ -84,7 +84,7 @@ show "tmp=\$(mktemp -d)    # here: $tmp"
 
 say "Turn a trace on, with a time stamp in every record"
 trace_on=1
-run kelvo on -t
+run kelvo on
 
 say "Run the demo: $threads threads place $calls orders each"
 run kelvo-demo -t "$threads" -c "$calls"

@@ -19,7 +19,7 @@ extern "C" {
 /* Bits of the flags word beyond the destination and retention bits. */
 #define TRC_DEST_MMIO 0x20
 #define TRC_USE_CRASH_MASK 0x40
-#define TRC_OPTION_T 0x100          /* time stamps in every record */
+#define TRC_OPTION_T 0x100          /* kept in the header; every record has a time stamp anyway */
 #define TRC_USE_PAUSE_MASK 0x200
 #define TRC_USE_PAUSE_ATTRIB 0x400
 
@@ -88,7 +88,11 @@ int64_t trcFileSeek(int32_t handle, int64_t offset, int32_t origin);
 const char* trcGetBldLvl(const char* text);
 
 /*
- * The trace semaphore, which keeps the writers out of the live block.
+ * The trace semaphore: a hold for reading. While any process holds it,
+ * writers drop their records (and count them) rather than wait; the area is
+ * complete, unchanging and in the trace format, and several readers may
+ * hold it at once. trcSemP never waits for ever: when the hold cannot be
+ * had it returns -1 and the caller reads what is there.
  * trcSemAttach: 0, or -1 with ENOENT when no trace exists.
  */
 int32_t trcSemAttach(void);

@@ -4,8 +4,10 @@
  * component, class, function and trace point.
  *
  * Every write returns 0 when the record was stored, 1 when no trace took it
- * (no trace, trace stopped, filtered out or buffer full), and -1 with errno
- * on a failure. With no trace running, trcWrite and trcWriteRc cost one
+ * (no trace, trace stopped, filtered out, buffer full, or a report held the
+ * trace: the facility then counts the record as lost and says so in the
+ * trace), and -1 with errno on a failure. No write ever waits for another
+ * process. Every record carries the time it was written (CLOCK_REALTIME). With no trace running, trcWrite and trcWriteRc cost one
  * load in the caller and do not enter the library: once a write has found
  * no trace, a thread of the facility watches for one and reopens the way
  * within 100 ms of a trace being turned on. A thread then takes up to 16

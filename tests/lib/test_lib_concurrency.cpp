@@ -50,11 +50,18 @@ bool isFacilityRecord(const Found& f)
 }
 
 // Every record whole, a pattern record or one of the facility, and each
-// writer's numbers rising.
+// writer's numbers and time stamps rising.
 void checkDump(const Walked& w)
 {
     ASSERT_TRUE(w.complete);
     std::map<std::pair<uint32_t, uint32_t>, int64_t> last;
+    std::map<std::pair<uint32_t, uint32_t>, int64_t> lastTime;
+    for (const Found& f : w.records) {
+        int64_t t = int64_t{f.head.sec} * 1'000'000'000 + f.head.nsec;
+        auto [it, first] = lastTime.try_emplace({f.head.pid, f.head.tid}, t);
+        ASSERT_TRUE(f.head.sec != 0 && (first || t >= it->second)) << t << " after " << it->second;
+        it->second = t;
+    }
     for (const Found& f : w.records) {
         if (isFacilityRecord(f)) {
             ASSERT_TRUE(f.whole);

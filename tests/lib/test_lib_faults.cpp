@@ -242,3 +242,48 @@ TEST_F(LibFaults, StrayBytesAnywhereInTheBlockCrashNothingAndOffThenOnAlwaysWork
     waitpid(writer, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
 }
+
+TEST_F(LibFaults, LossesAreCountedAndShownWhereTheyHappened)
+{
+    ASSERT_EQ(turnOn(args), 0);
+    ASSERT_EQ(writeText("before"), 0);
+    int held[2], go[2];
+    ASSERT_EQ(pipe(held), 0);
+    ASSERT_EQ(pipe(go), 0);
+    pid_t reader = fork();
+    if (reader == 0) {
+        char c = 0;
+        trcSemP();
+        _exit(write(held[1], "h", 1) == 1 && read(go[0], &c, 1) == 1 && trcSemV() == 0 ? 0 : 1);
+    }
+    char c = 0;
+    ASSERT_EQ(read(held[0], &c, 1), 1);
+    for (int n = 0; n < 3; ++n)
+        EXPECT_EQ(writeText("dropped"), 1);
+    ASSERT_EQ(write(go[1], "g", 1), 1);
+    int status = 0;
+    waitpid(reader, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    ASSERT_EQ(writeText("after"), 0);
+    std::string dump = dir.file("losses");
+    ASSERT_EQ(runTool({"dmp", dump}).status, 0);
+    Walked w = walkImage(readWholeFile(dump));
+    ASSERT_EQ(w.records.size(), 3u);
+    EXPECT_EQ(w.records[1].ids, (std::array<uint8_t, 6>{255, 6, 255, 1, 1, 0}));
+    EXPECT_EQ(w.records[1].data, "lost 3 records while a reader held the trace");
+    // Named by the kelvo.tfi that is shipped for users.
+    RunResult fmt = runTool({"fmt", "-x", "2", dump}, {{"TRCTFIDIR", std::string(KELVO_EXAMPLES_DIR)}});
+    const trcRecord_t& r = w.records[1].head;
+    int32_t used = 0;
+    for (const Found& f : w.records)
+        used += trcAligned(f.head.length);
+    EXPECT_EQ(fmt.out, "Trace wrapped           : no\nSize of trace           : " + std::to_string(used) +
+                           " bytes\nRecords in trace        : 3\n\n2\tEVENT_LOG_EVENT  kelvo Facility "
+                           "Ring::RecordsLost (255.6.255.1.1.0)\n\tpid " +
+                           std::to_string(r.pid) + "; tid " + std::to_string(r.tid) + "; sec " +
+                           std::to_string(r.sec) + "; nsec " + std::to_string(r.nsec) +
+                           "\n\tlost 3 records while a reader held the trace\nRecords formatted       : 1\n");
+    EXPECT_EQ(fmt.err, "");
+    for (int fd : {held[0], held[1], go[0], go[1]})
+        close(fd);
+}
