@@ -40,11 +40,14 @@ int putRc(std::vector<Written>& log, uint8_t event, int32_t rc)
     return trcWriteRc(1, event, 3, 4, 5, 6, nullptr, rc);
 }
 
+// The texts of the records written here; the facility's own records (of
+// losses while a dump held the trace) left out.
 Texts texts(const Walked& w)
 {
     Texts all;
     for (const Found& f : w.records)
-        all.push_back(f.data);
+        if (f.ids[0] != 255)
+            all.push_back(f.data);
     return all;
 }
 
@@ -264,8 +267,13 @@ TEST_F(LibRoundTrip, CrashAndPauseMasks)
     // is changed.
     pid_t child = fork();
     if (child == 0) {
-        say("pause", 22, 9);
-        _exit(say("resumed"));
+        // A write that a dump kept out is dropped: write again until stored.
+        while (say("pause", 22, 9) == 1)
+            usleep(1000);
+        int rc = 1;
+        for (int i = 0; i < 1000 && rc == 1; ++i, usleep(1000))
+            rc = say("resumed");
+        _exit(rc);
     }
     bool paused = false;
     for (int look = 0; look < 20000 && !paused; ++look) {

@@ -99,6 +99,7 @@ KELVO_EXPORT int32_t trcChg(const uint8_t* mask, int32_t pid, int32_t tid, int32
     kelvo::changeHeader(*live->header, settings);
     if (live->fileHeader != nullptr)
         kelvo::changeHeader(*live->fileHeader, settings);
+    kelvo::storeRelaxed(live->control->keptFlags, kelvo::loadRelaxed(live->header->flags));
     kelvo::bumpGeneration(*live);
     return 0;
 }

@@ -320,9 +320,13 @@ void pauseThread(Live& live)
     }
 }
 
+// A crash or a pause is asked for by on or chg in the header and in the
+// control page alike: a stray write into one of them makes no program abort
+// or pause.
 void afterStore(Live& live, const RecordSource& record, uint32_t flags)
 {
     const trcHeader_t& h = *live.header;
+    flags &= loadRelaxed(live.control->keptFlags);
     if ((flags & TRC_USE_CRASH_MASK) && crashMaskSelects(h.crashMask, record.ids))
         std::abort();
     if ((flags & TRC_USE_PAUSE_MASK) && maskSelects(h.pauseMask, record.ids))
