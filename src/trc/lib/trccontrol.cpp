@@ -4,6 +4,7 @@
 #include <kelvo/facility.h>
 
 #include "trcexport.h"
+#include "trcfilter.h"
 #include "trcheader.h"
 #include "trchold.h"
 #include "trcprocess.h"
@@ -96,7 +97,10 @@ KELVO_EXPORT int32_t trcChg(const uint8_t* mask, int32_t pid, int32_t tid, int32
         return kelvo::fail(rc);
     kelvo::TraceSettings settings{mask, pid, tid, cpid, thisPointer, returnCode, maxSevereErrors,
                                   maxRecordSize, flags, crashMask, pauseMask, pauseAttrib};
+    // Writers test every record again before the mask changes.
+    kelvo::storeRelaxed(live->control->takesAll, 0u);
     kelvo::changeHeader(*live->header, settings);
+    kelvo::storeRelaxed(live->control->takesAll, kelvo::takesEverything(*live->header) ? 1u : 0u);
     if (live->fileHeader != nullptr)
         kelvo::changeHeader(*live->fileHeader, settings);
     kelvo::storeRelaxed(live->control->keptFlags, kelvo::loadRelaxed(live->header->flags));

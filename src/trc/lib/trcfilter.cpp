@@ -55,4 +55,13 @@ bool traceTakes(const trcHeader_t& header, const RecordIds& ids, uint32_t thisPo
     return object == 0 || object == thisPointer;
 }
 
+bool takesEverything(const trcHeader_t& header)
+{
+    for (int i = 0; i < TRC_MASK_SIZE; ++i)
+        if (loadRelaxed(header.mask[i]) != 0xFF)
+            return false;
+    return loadRelaxed(header.tracePid) == -1 && loadRelaxed(header.traceTid) == -1 &&
+           loadRelaxed(header.traceCpid) == -1 && loadRelaxed(header.thisPointer) == 0;
+}
+
 } // namespace kelvo

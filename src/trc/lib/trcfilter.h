@@ -22,6 +22,10 @@ bool crashMaskSelects(const uint8_t* mask, const RecordIds& ids);
 // Mask and filters of the header, read while writers may change them.
 bool traceTakes(const trcHeader_t& header, const RecordIds& ids, uint32_t thisPointer);
 
+// True when the header's mask selects everything and no filter is set, so
+// that writers need not test a record at all.
+bool takesEverything(const trcHeader_t& header);
+
 } // namespace kelvo
 
 #endif

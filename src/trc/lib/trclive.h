@@ -33,6 +33,7 @@ struct Control {
     uint32_t generation;     // bumped by every change; ends pauses
     uint32_t destination;    // a Destination
     uint32_t keptFlags;      // the flags as on and chg set them
+    uint32_t takesAll;       // mask selects all, no filter: writers test nothing
     // The ring word: where the next record goes and who may place one (see
     // trcring.h). Every write changes it, so it has its cache line alone.
     alignas(64) uint64_t ring;

@@ -5,6 +5,7 @@
 #include <kelvo/facility.h>
 
 #include "trcexport.h"
+#include "trcfilter.h"
 #include "trcheader.h"
 #include "trcprocess.h"
 #include "trcring.h"
@@ -161,6 +162,7 @@ int build(const TraceSettings& settings, Destination destination, const std::str
     live.control->destination = static_cast<uint32_t>(destination);
     live.control->keptFlags = settings.flags;
     fillHeader(*live.header, settings, fileName.c_str(), areaBytes);
+    live.control->takesAll = takesEverything(*live.header) ? 1 : 0;
     if (destination == Destination::file) {
         live.fileHeader = reinterpret_cast<trcHeader_t*>(building.file());
         *live.fileHeader = *live.header;

@@ -6,10 +6,6 @@
 namespace kelvo {
 namespace {
 
-constexpr uint64_t closedBit = 1ull << 56;
-constexpr uint64_t fullBit = 1ull << 57;
-constexpr uint64_t lossBit = 1ull << 58;
-constexpr uint64_t wrappedBit = 1ull << 59;
 constexpr uint32_t pendingFlag = 0x80000000u;
 
 int32_t* wordAt(const Live& live, int32_t offset)
@@ -24,81 +20,7 @@ void hook()
 #endif
 }
 
-// Segment sizes are powers of two.
-int32_t segmentEndOf(const Live& live, int32_t offset)
-{
-    return (offset & ~(live.segmentSize - 1)) + live.segmentSize;
-}
-
 } // namespace
-
-RingState RingState::decode(uint64_t word)
-{
-    RingState s;
-    s.end = static_cast<uint32_t>(word);
-    s.lap = static_cast<uint16_t>(word >> 32);
-    s.holds = static_cast<uint8_t>(word >> 48);
-    s.closed = (word & closedBit) != 0;
-    s.full = (word & fullBit) != 0;
-    s.lossPending = (word & lossBit) != 0;
-    s.wrapped = (word & wrappedBit) != 0;
-    return s;
-}
-
-uint64_t RingState::encode() const
-{
-    return uint64_t{end} | uint64_t{lap} << 32 | uint64_t{holds} << 48 | (closed ? closedBit : 0) |
-           (full ? fullBit : 0) | (lossPending ? lossBit : 0) | (wrapped ? wrappedBit : 0);
-}
-
-uint64_t loadRing(const Live& live)
-{
-    return __atomic_load_n(&live.control->ring, __ATOMIC_ACQUIRE);
-}
-
-bool casRing(Live& live, uint64_t& expected, uint64_t desired)
-{
-    return __atomic_compare_exchange_n(&live.control->ring, &expected, desired, false,
-                                       __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
-}
-
-uint16_t nextLap(uint16_t lap)
-{
-    return lap == 0xFFFF ? 1 : static_cast<uint16_t>(lap + 1);
-}
-
-uint16_t previousLap(uint16_t lap)
-{
-    return lap <= 1 ? 0xFFFF : static_cast<uint16_t>(lap - 1);
-}
-
-bool ringEndUsable(const Live& live, const RingState& state)
-{
-    return state.end < static_cast<uint32_t>(live.bufferSize) && state.end % 4 == 0 &&
-           (state.wrapped || state.end >= TRC_START_MARKER);
-}
-
-bool ringPlace(const Live& live, RingState& state, int32_t aligned, bool keepInitial, Placement& out)
-{
-    int64_t at = state.end;
-    int32_t segmentEnd = segmentEndOf(live, static_cast<int32_t>(at));
-    out.fillerSize = 0;
-    if (aligned + 4 > segmentEnd - at) {
-        if (keepInitial && segmentEnd == live.bufferSize)
-            return false;
-        out.fillerAt = static_cast<int32_t>(at);
-        out.fillerSize = segmentEnd - static_cast<int32_t>(at);
-        at = segmentEnd;
-        if (at == live.bufferSize) {
-            at = 0;
-            state.lap = nextLap(state.lap);
-            state.wrapped = true;
-        }
-    }
-    out.at = static_cast<int32_t>(at);
-    state.end = static_cast<uint32_t>(at + aligned);
-    return true;
-}
 
 int32_t ringLargestRecord(const Live& live)
 {

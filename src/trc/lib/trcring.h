@@ -24,6 +24,13 @@
 
 namespace kelvo {
 
+constexpr uint64_t closedBit = 1ull << 56;
+constexpr uint64_t fullBit = 1ull << 57;
+constexpr uint64_t lossBit = 1ull << 58;
+constexpr uint64_t wrappedBit = 1ull << 59;
+
+// Every write goes through the functions of this header down to the
+// compare-and-swap, so they are inline.
 struct RingState {
     uint32_t end = 0;      // offset of the end mark: the next record goes here
     uint16_t lap = 0;      // bumped at every wrap and every clear
@@ -37,12 +44,46 @@ struct RingState {
     uint64_t encode() const;
 };
 
-uint64_t loadRing(const Live& live);
-bool casRing(Live& live, uint64_t& expected, uint64_t desired);
+inline RingState RingState::decode(uint64_t word)
+{
+    RingState s;
+    s.end = static_cast<uint32_t>(word);
+    s.lap = static_cast<uint16_t>(word >> 32);
+    s.holds = static_cast<uint8_t>(word >> 48);
+    s.closed = (word & closedBit) != 0;
+    s.full = (word & fullBit) != 0;
+    s.lossPending = (word & lossBit) != 0;
+    s.wrapped = (word & wrappedBit) != 0;
+    return s;
+}
+
+inline uint64_t RingState::encode() const
+{
+    return uint64_t{end} | uint64_t{lap} << 32 | uint64_t{holds} << 48 | (closed ? closedBit : 0) |
+           (full ? fullBit : 0) | (lossPending ? lossBit : 0) | (wrapped ? wrappedBit : 0);
+}
+
+inline uint64_t loadRing(const Live& live)
+{
+    return __atomic_load_n(&live.control->ring, __ATOMIC_ACQUIRE);
+}
+
+inline bool casRing(Live& live, uint64_t& expected, uint64_t desired)
+{
+    return __atomic_compare_exchange_n(&live.control->ring, &expected, desired, false,
+                                       __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+}
 
 // The lap after `lap`; 0 is skipped so that a wrapped lap is never 0.
-uint16_t nextLap(uint16_t lap);
-uint16_t previousLap(uint16_t lap);
+inline uint16_t nextLap(uint16_t lap)
+{
+    return lap == 0xFFFF ? 1 : static_cast<uint16_t>(lap + 1);
+}
+
+inline uint16_t previousLap(uint16_t lap)
+{
+    return lap <= 1 ? 0xFFFF : static_cast<uint16_t>(lap - 1);
+}
 
 // Where one record goes, and the filler that closes the segment before it.
 struct Placement {
@@ -53,12 +94,36 @@ struct Placement {
 
 // True when a record can start at `state.end`; only a stray write into the
 // control page makes it false.
-bool ringEndUsable(const Live& live, const RingState& state);
+inline bool ringEndUsable(const Live& live, const RingState& state)
+{
+    return state.end < static_cast<uint32_t>(live.bufferSize) && state.end % 4 == 0 &&
+           (state.wrapped || state.end >= TRC_START_MARKER);
+}
 
 // Advances `state` past one record of `aligned` bytes, from a usable end.
 // False when the trace keeps its initial records and the last segment
-// cannot take it.
-bool ringPlace(const Live& live, RingState& state, int32_t aligned, bool keepInitial, Placement& out);
+// cannot take it. Segment sizes are powers of two.
+inline bool ringPlace(const Live& live, RingState& state, int32_t aligned, bool keepInitial, Placement& out)
+{
+    int64_t at = state.end;
+    int32_t segmentEnd = (static_cast<int32_t>(at) & ~(live.segmentSize - 1)) + live.segmentSize;
+    out.fillerSize = 0;
+    if (aligned + 4 > segmentEnd - at) [[unlikely]] {
+        if (keepInitial && segmentEnd == live.bufferSize)
+            return false;
+        out.fillerAt = static_cast<int32_t>(at);
+        out.fillerSize = segmentEnd - static_cast<int32_t>(at);
+        at = segmentEnd;
+        if (at == live.bufferSize) {
+            at = 0;
+            state.lap = nextLap(state.lap);
+            state.wrapped = true;
+        }
+    }
+    out.at = static_cast<int32_t>(at);
+    state.end = static_cast<uint32_t>(at + aligned);
+    return true;
+}
 
 // Largest length of a record that a segment can hold.
 int32_t ringLargestRecord(const Live& live);

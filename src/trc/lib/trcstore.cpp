@@ -343,7 +343,9 @@ bool isReturnCodeEvent(unsigned event)
 Live* traceFor(const RecordIds& ids, uint32_t thisPointer)
 {
     Live* live = writerLive();
-    if (live == nullptr || !stillTaking(*live) || !traceTakes(*live->header, ids, thisPointer))
+    if (live == nullptr || !stillTaking(*live))
+        return nullptr;
+    if (loadRelaxed(live->control->takesAll) == 0 && !traceTakes(*live->header, ids, thisPointer))
         return nullptr;
     return live;
 }
