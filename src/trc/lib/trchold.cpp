@@ -13,7 +13,9 @@
 namespace kelvo {
 namespace {
 
-constexpr uint64_t holdsMask = uint64_t{0xFF} << 48;
+// What the area's order depends on: neither the holds nor the losses that
+// writers count while the trace is held.
+constexpr uint64_t notAreaBits = uint64_t{0xFF} << 48 | lossBit;
 constexpr long pollNs = 1'000'000;
 
 int64_t monotonicNs()
@@ -102,10 +104,10 @@ void settle(Live& live)
         else
             nap();
     }
-    uint64_t key = loadRing(live) & ~holdsMask;
+    uint64_t key = loadRing(live) & ~notAreaBits;
     if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != key) {
         ringSettle(live, settleWaitNs);
-        __atomic_store_n(&live.control->settled, loadRing(live) & ~holdsMask, __ATOMIC_RELEASE);
+        __atomic_store_n(&live.control->settled, loadRing(live) & ~notAreaBits, __ATOMIC_RELEASE);
     }
     __atomic_store_n(settler, 0, __ATOMIC_RELEASE);
 }
