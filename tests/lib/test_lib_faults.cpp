@@ -111,7 +111,12 @@ TEST_F(LibFaults, AReportThatNeverFinishesStopsNoWriterAndOffStillEndsTheTrace)
     int pager = open(fifo.c_str(), O_RDWR);
     ASSERT_GE(pager, 0);
     pid_t report = spawn({kelvotest::toolPath(), "fmt"}, pager);
-    usleep(300000);
+    // Once the report holds the trace, writes are dropped.
+    int held = 0;
+    for (int look = 0; look < 2000 && held == 0; ++look, usleep(10000))
+        held = writeText("probe") == 1;
+    ASSERT_EQ(held, 1);
+    usleep(100000);
     kill(report, SIGSTOP);
 
     // A fresh writer: 1000 writes, each of which returns.
