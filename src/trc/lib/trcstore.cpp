@@ -280,15 +280,42 @@ int storeAfterLoss(Live& live, const RecordSource& record, int32_t length, bool 
     return 0;
 }
 
+// The common case on the raw ring word: nobody holds the trace, nothing to
+// report, and the record fits behind the end mark in its segment. False
+// when the general way must decide.
+bool reserveQuickly(Live& live, int32_t aligned, Placement& out, uint16_t& lap)
+{
+    constexpr uint64_t anyFlag = uint64_t{0xFF} << 48 | closedBit | fullBit | lossBit;
+    uint64_t word = loadRing(live);
+    for (;;) {
+        auto end = static_cast<uint32_t>(word);
+        if ((word & anyFlag) != 0 || end >= static_cast<uint32_t>(live.bufferSize) || end % 4 != 0)
+            return false;
+        uint32_t segmentEnd = (end & ~static_cast<uint32_t>(live.segmentSize - 1)) + static_cast<uint32_t>(live.segmentSize);
+        if (static_cast<uint32_t>(aligned) + 4 > segmentEnd - end)
+            return false;
+        if (casRing(live, word, word + static_cast<uint32_t>(aligned))) {
+            out.at = static_cast<int32_t>(end);
+            out.fillerSize = 0;
+            lap = static_cast<uint16_t>(word >> 32);
+            return true;
+        }
+    }
+}
+
 // Stores into the record area. 0: stored; 1: dropped.
 int storeInArea(Live& live, const RecordSource& record, bool rcEvent, uint32_t flags, Stamp stamp)
 {
     int32_t length = recordLength(live, record, rcEvent);
     int32_t aligned = trcAligned(length);
+    Placement place;
+    uint16_t lap = 0;
+    if (reserveQuickly(live, aligned, place, lap)) [[likely]] {
+        writeRecord(live, place.at, lap, record, length, stamp);
+        return 0;
+    }
     bool keepInitial = (flags & TRC_KEEP_INITIAL) != 0;
     for (;;) {
-        Placement place;
-        uint16_t lap = 0;
         Refusal refusal = reserve(live, &aligned, 1, keepInitial, false, &place, lap);
         if (refusal == Refusal::none) {
             writePlaced(live, place, lap, record, length, stamp);
