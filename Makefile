@@ -6,23 +6,27 @@ CMAKE ?= cmake
 CTEST ?= ctest
 PREFIX ?= /usr/local
 CMAKE_INSTALL_PREFIX ?= $(PREFIX)
+# Warnings are errors in the project's own checks (make test, CI) only.
+WERROR ?= OFF
 
 .PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install
 
 all: build
 
 build:
-	$(CMAKE) -S . -B build -DKELVO_SANITIZE=OFF
+	$(CMAKE) -S . -B build -DKELVO_SANITIZE=OFF -DKELVO_WERROR=$(WERROR)
 	$(CMAKE) --build build -j $(JOBS)
 
 build-sanitize:
-	$(CMAKE) -S . -B build-sanitize -DKELVO_SANITIZE=ON
+	$(CMAKE) -S . -B build-sanitize -DKELVO_SANITIZE=ON -DKELVO_WERROR=$(WERROR)
 	$(CMAKE) --build build-sanitize -j $(JOBS)
 
-test-plain: build
+test-plain:
+	$(MAKE) --no-print-directory build WERROR=ON
 	cd build && $(CTEST) -j $(JOBS) --output-on-failure --timeout 600
 
-test-sanitize: build-sanitize
+test-sanitize:
+	$(MAKE) --no-print-directory build-sanitize WERROR=ON
 	cd build-sanitize && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  $(CTEST) -j $(JOBS) --output-on-failure --timeout 900

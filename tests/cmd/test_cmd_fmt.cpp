@@ -22,7 +22,8 @@ std::string recordsOf(const std::vector<int>& numbers, int shift = 0)
 {
     std::string text;
     for (int n : numbers) {
-        text += "\n" + std::to_string(n) + "\tcei_new      Alpha Core Reader::open (1.30.1.1.1.1)\n\tpid " +
+        text += "\n";
+        text += std::to_string(n) + "\tcei_new      Alpha Core Reader::open (1.30.1.1.1.1)\n\tpid " +
                 std::to_string(n + shift) + "; tid 1\n";
     }
     return text;
