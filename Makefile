@@ -9,7 +9,7 @@ CMAKE_INSTALL_PREFIX ?= $(PREFIX)
 # Warnings are errors in the project's own checks (make test, CI) only.
 WERROR ?= OFF
 
-.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install
+.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install deb
 
 all: build
 
@@ -61,5 +61,10 @@ demo:
 install: build
 	DESTDIR="$(DESTDIR)" $(CMAKE) --install build --prefix "$(CMAKE_INSTALL_PREFIX)"
 
+# Debian packages kelvo, libkelvo0 and libkelvo-dev into build-deb/packages/,
+# checked by lintian where it is installed.
+deb:
+	CMAKE="$(CMAKE)" JOBS="$(JOBS)" bash scripts/deb.sh build-deb build-deb/packages
+
 clean:
-	rm -rf build build-sanitize build-fuzz build-bench build-demo
+	rm -rf build build-sanitize build-fuzz build-bench build-demo build-deb
