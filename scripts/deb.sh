@@ -31,8 +31,15 @@ rm -rf "$out/_CPack_Packages"
 
 if command -v lintian >/dev/null; then
     # lintian declines to run as root unless told it may.
-    lintian --allow-root --info "$out"/*.deb | tee "$out/lintian.txt"
-    if grep -q '^E: ' "$out/lintian.txt"; then
+    # Status 1 is tags of errors found, higher a failure of lintian itself.
+    status=0
+    lintian --allow-root "$out"/*.deb >"$out/lintian.txt" || status=$?
+    cat "$out/lintian.txt"
+    if [ "$status" -gt 1 ]; then
+        echo "deb.sh: lintian failed (status $status)" >&2
+        exit 1
+    fi
+    if [ "$status" -ne 0 ] || grep -q '^E: ' "$out/lintian.txt"; then
         echo "deb.sh: lintian reports errors" >&2
         exit 1
     fi
