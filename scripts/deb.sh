@@ -15,7 +15,8 @@ jobs=${JOBS:-2}
 for tool in dpkg-buildflags dpkg-deb dpkg-shlibdeps gzip; do
     command -v "$tool" >/dev/null || { echo "deb.sh: $tool is missing (apt-get install dpkg-dev)" >&2; exit 1; }
 done
-flags() { dpkg-buildflags --get "$1"; }
+# Every hardening flag that Debian knows, bindnow included.
+flags() { DEB_BUILD_MAINT_OPTIONS=hardening=+all dpkg-buildflags --get "$1"; }
 
 "$cmake" -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
     -DKELVO_TESTS=OFF -DKELVO_SANITIZE=OFF -DKELVO_DEB=ON -DKELVO_GZIP_MAN=ON \
