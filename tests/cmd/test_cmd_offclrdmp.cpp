@@ -165,7 +165,7 @@ TEST(CommandOffClrDmp, ADumpIsForItsOwnerAndGroup)
     const mode_t saved = umask(0);
     for (const auto& [mask, mode] : std::vector<std::pair<mode_t, mode_t>>{{0, 0660}, {027, 0640}, {077, 0600}}) {
         umask(mask);
-        const std::string dump = dir.file("d" + std::to_string(mask));
+        const std::string dump = dir.file(std::string("d").append(std::to_string(mask)));
         EXPECT_RUN(live.run({"dmp", dump}), "", 0);
         struct stat st {};
         ASSERT_EQ(stat(dump.c_str(), &st), 0);
