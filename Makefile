@@ -6,23 +6,27 @@ CMAKE ?= cmake
 CTEST ?= ctest
 PREFIX ?= /usr/local
 CMAKE_INSTALL_PREFIX ?= $(PREFIX)
+# Warnings are errors in the project's own checks (make test, CI) only.
+WERROR ?= OFF
 
-.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install
+.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install deb
 
 all: build
 
 build:
-	$(CMAKE) -S . -B build -DKELVO_SANITIZE=OFF
+	$(CMAKE) -S . -B build -DKELVO_SANITIZE=OFF -DKELVO_WERROR=$(WERROR)
 	$(CMAKE) --build build -j $(JOBS)
 
 build-sanitize:
-	$(CMAKE) -S . -B build-sanitize -DKELVO_SANITIZE=ON
+	$(CMAKE) -S . -B build-sanitize -DKELVO_SANITIZE=ON -DKELVO_WERROR=$(WERROR)
 	$(CMAKE) --build build-sanitize -j $(JOBS)
 
-test-plain: build
+test-plain:
+	$(MAKE) --no-print-directory build WERROR=ON
 	cd build && $(CTEST) -j $(JOBS) --output-on-failure --timeout 600
 
-test-sanitize: build-sanitize
+test-sanitize:
+	$(MAKE) --no-print-directory build-sanitize WERROR=ON
 	cd build-sanitize && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  $(CTEST) -j $(JOBS) --output-on-failure --timeout 900
@@ -57,5 +61,10 @@ demo:
 install: build
 	DESTDIR="$(DESTDIR)" $(CMAKE) --install build --prefix "$(CMAKE_INSTALL_PREFIX)"
 
+# Debian packages kelvo, libkelvo0 and libkelvo-dev into build-deb/packages/,
+# checked by lintian where it is installed.
+deb:
+	CMAKE="$(CMAKE)" JOBS="$(JOBS)" bash scripts/deb.sh build-deb build-deb/packages
+
 clean:
-	rm -rf build build-sanitize build-fuzz build-bench build-demo
+	rm -rf build build-sanitize build-fuzz build-bench build-demo build-deb

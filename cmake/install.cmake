@@ -5,30 +5,70 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# The installed tool finds the installed library beside it, wherever the
-# prefix is.
-file(RELATIVE_PATH kelvo_bin_to_lib
-  "/prefix/${CMAKE_INSTALL_BINDIR}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
-set_target_properties(kelvo PROPERTIES INSTALL_RPATH "$ORIGIN/${kelvo_bin_to_lib}")
+#
+# Each file belongs to one component, the unit of a Debian package
+# (cmake/deb.cmake): tool (the tool, its man page and completion), lib (the
+# shared library under its soname) and dev (what building against it needs).
 
-install(TARGETS kelvo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# The installed tool finds the installed library beside it, wherever the
+# prefix is; in a directory that the loader searches anyway, such as /usr's,
+# it needs no search path of its own.
+set(kelvo_system_libdirs ${CMAKE_PLATFORM_IMPLICIT_LINK_DIRECTORIES}
+  ${CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES})
+if(NOT "${CMAKE_INSTALL_FULL_LIBDIR}" IN_LIST kelvo_system_libdirs)
+  file(RELATIVE_PATH kelvo_bin_to_lib
+    "/prefix/${CMAKE_INSTALL_BINDIR}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
+  set_target_properties(kelvo PROPERTIES INSTALL_RPATH "$ORIGIN/${kelvo_bin_to_lib}")
+endif()
+
+install(TARGETS kelvo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 install(TARGETS kelvo_facility
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT lib NAMELINK_COMPONENT dev)
 install(FILES
     ${PROJECT_SOURCE_DIR}/include/kelvo/trace.h
     ${PROJECT_SOURCE_DIR}/include/kelvo/trace.hpp
     ${PROJECT_SOURCE_DIR}/include/kelvo/facility.h
     ${PROJECT_SOURCE_DIR}/include/kelvo/trcformat.h
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelvo)
-install(FILES ${PROJECT_SOURCE_DIR}/man/kelvo.1
-  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelvo COMPONENT dev)
 # The names of the records that the facility writes of its own, for users to
 # put beside their own .tfi files.
 install(FILES ${PROJECT_SOURCE_DIR}/examples/kelvo.tfi
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/kelvo)
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/kelvo COMPONENT tool)
 install(FILES ${PROJECT_SOURCE_DIR}/completion/kelvo.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-  RENAME kelvo)
+  RENAME kelvo COMPONENT tool)
+
+# Man pages: kelvo(1), and trcWrite(3) with one name per function of the
+# writer API, the others links to it. Distribution packages have them
+# compressed (KELVO_GZIP_MAN).
+option(KELVO_GZIP_MAN "Install the man pages compressed with gzip" OFF)
+set(kelvo_man_suffix "")
+if(KELVO_GZIP_MAN)
+  set(kelvo_man_suffix ".gz")
+endif()
+set(kelvo_man_dir "${PROJECT_BINARY_DIR}/man")
+function(kelvo_man page section component)
+  set(source "${PROJECT_SOURCE_DIR}/man/${page}.${section}")
+  set(installed "${source}")
+  if(KELVO_GZIP_MAN)
+    set(installed "${kelvo_man_dir}/${page}.${section}.gz")
+    add_custom_command(OUTPUT "${installed}"
+      COMMAND ${CMAKE_COMMAND} -E make_directory "${kelvo_man_dir}"
+      COMMAND gzip -9n -c "${source}" > "${installed}"
+      DEPENDS "${source}" VERBATIM)
+    add_custom_target(kelvo_man_${page} ALL DEPENDS "${installed}")
+  endif()
+  install(FILES "${installed}" DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+    COMPONENT ${component})
+endfunction()
+kelvo_man(kelvo 1 tool)
+kelvo_man(trcWrite 3 dev)
+foreach(name trcWriteRc trcWritef trcSetProdVersion trcSetCompanion trcSetNode trcIsOn)
+  set(link "${kelvo_man_dir}/links/${name}.3${kelvo_man_suffix}")
+  file(MAKE_DIRECTORY "${kelvo_man_dir}/links")
+  file(CREATE_LINK "trcWrite.3${kelvo_man_suffix}" "${link}" SYMBOLIC)
+  install(FILES "${link}" DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev)
+endforeach()
 
 # The library's file names as the build gives them, for the package files.
 get_target_property(kelvo_lib_name kelvo_facility OUTPUT_NAME)
@@ -50,7 +90,7 @@ else()
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kelvo.pc.in
   ${PROJECT_BINARY_DIR}/kelvo.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/kelvo.pc DESTINATION ${kelvo_pc_dir})
+install(FILES ${PROJECT_BINARY_DIR}/kelvo.pc DESTINATION ${kelvo_pc_dir} COMPONENT dev)
 
 # CMake package: find_package(kelvo) gives kelvo::kelvo.
 set(kelvo_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/kelvo")
@@ -66,4 +106,4 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/kelvoConfigVersion.cmake
 install(FILES
     ${PROJECT_BINARY_DIR}/kelvoConfig.cmake
     ${PROJECT_BINARY_DIR}/kelvoConfigVersion.cmake
-  DESTINATION ${kelvo_cmake_dir})
+  DESTINATION ${kelvo_cmake_dir} COMPONENT dev)

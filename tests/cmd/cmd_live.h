@@ -90,7 +90,8 @@ public:
     LiveInstance()
     {
         static std::atomic<unsigned> serial{0};
-        name_ = "t" + std::to_string(getpid()) + "_" + std::to_string(serial++);
+        name_ = "t";
+        name_.append(std::to_string(getpid())).append("_").append(std::to_string(serial++));
     }
     ~LiveInstance() { run({"off"}); }
     LiveInstance(const LiveInstance&) = delete;

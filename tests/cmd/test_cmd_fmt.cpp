@@ -4,11 +4,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
 #include "../lib/libtest.h"
+#include "file_race.h"
 #include "report_support.h"
 #include "trc.h"
 
@@ -22,7 +24,8 @@ std::string recordsOf(const std::vector<int>& numbers, int shift = 0)
 {
     std::string text;
     for (int n : numbers) {
-        text += "\n" + std::to_string(n) + "\tcei_new      Alpha Core Reader::open (1.30.1.1.1.1)\n\tpid " +
+        text += "\n";
+        text += std::to_string(n) + "\tcei_new      Alpha Core Reader::open (1.30.1.1.1.1)\n\tpid " +
                 std::to_string(n + shift) + "; tid 1\n";
     }
     return text;
@@ -92,6 +95,43 @@ TEST(CmdFmt, CommandLineAndDestination)
     d.expect({"fmt", "-", dest}, usageWith(119, 5), 1);
     EXPECT_EQ(readFile(dest), "keep me");
     d.expect({"fmt", source, d.dir.file("no/dir")}, "Could not create " + d.dir.file("no/dir") + ".\n", 1);
+}
+
+// The destination of either report is created, never found: a file or a
+// symbolic link that takes the name after the existence test, and a link
+// that leads nowhere, which that test cannot see, are refused with message
+// 401 and left as they are.
+TEST(CmdFmt, ADestinationTakenByAnotherIsLeftAsItIs)
+{
+    ReportDir d;
+    const std::string source = d.save(processes(5)), dest = d.dir.file("out.txt"), victim = d.dir.file("victim");
+    const auto linkTarget = [](const std::string& path) {
+        char buffer[PATH_MAX];
+        const ssize_t n = readlink(path.c_str(), buffer, sizeof buffer);
+        return n < 0 ? std::string("(not a link)") : std::string(buffer, static_cast<std::size_t>(n));
+    };
+    for (const std::string command : {"fmt", "flw"}) {
+        SCOPED_TRACE(command);
+        const auto expectRefused = [&](const EnvOverrides& race) {
+            EnvOverrides env = race;
+            env["TRCTFIDIR"] = d.dir.path();
+            env["KELVO_HOME"] = std::nullopt;
+            env["KELVO_INSTANCE"] = d.instance;
+            const RunResult r = runTool({command, source, dest}, env, d.dir.path());
+            EXPECT_EQ(r.out, "Could not create " + dest + ".\n");
+            EXPECT_EQ(r.err, "");
+            EXPECT_EQ(r.status, 1);
+        };
+        expectRefused(fileRace(dest, "file"));
+        EXPECT_EQ(readFile(dest), "appeared\n");
+        std::remove(dest.c_str());
+        expectRefused(fileRace(dest, "link:" + victim));
+        EXPECT_EQ(linkTarget(dest), victim);
+        expectRefused({});
+        EXPECT_EQ(linkTarget(dest), victim);
+        EXPECT_FALSE(std::ifstream(victim).good());
+        std::remove(dest.c_str());
+    }
 }
 
 TEST(CmdFmt, WholeReportOnStandardOutputIntoAFileAndJoined)

@@ -1,6 +1,9 @@
 // `kelvo off`, `kelvo clr` and `kelvo dmp`: their usage, the state of the
 // trace that forbids them, and what a dump leaves on disk.
+#include <climits>
+
 #include "cmd_live.h"
+#include "file_race.h"
 
 using namespace cmdlive;
 using kelvotest::TempDir;
@@ -94,6 +97,81 @@ TEST(CommandOffClrDmp, ExistingFilesAreRefused)
         EXPECT_RUN(live.run({"dmp", existing + "/x"}), refusal(3, 119), 1);
         EXPECT_EQ(kelvotest::readFile(existing), "keep me");
     }
+}
+
+namespace {
+
+std::string linkTarget(const std::string& path)
+{
+    char buffer[PATH_MAX];
+    const ssize_t n = readlink(path.c_str(), buffer, sizeof buffer);
+    return n < 0 ? "(not a link)" : std::string(buffer, static_cast<std::size_t>(n));
+}
+
+}  // namespace
+
+// The name is the dump's only if the dump creates it. Whatever takes it
+// between the existence test and the creation, a file or a symbolic link,
+// is refused with message 401 and left as it is, with the trace on or off;
+// so is a link that leads nowhere, which the existence test cannot see. A
+// link to a file is an existing file. A dump that fails after another file
+// took the name of its own removes nothing.
+TEST(CommandOffClrDmp, ANameTakenByAnotherIsLeftAsItIs)
+{
+    TempDir dir;
+    LiveInstance live;
+    const std::string dump = dir.file("d.bin"), victim = dir.file("victim");
+    const std::string cannotCreate = "Could not create " + dump + ".\n";
+    const auto dmp = [&](const kelvotest::EnvOverrides& race) {
+        kelvotest::EnvOverrides env = race;
+        env["KELVO_INSTANCE"] = live.name();
+        return kelvotest::runTool({"dmp", dump}, env);
+    };
+    for (const bool on : {false, true}) {
+        SCOPED_TRACE(on ? "trace on" : "trace off");
+        if (on) {
+            EXPECT_RUN(live.run({"on"}), turnedOn, 0);
+        }
+        EXPECT_RUN(dmp(kelvotest::fileRace(dump, "file")), cannotCreate, 1);
+        EXPECT_EQ(kelvotest::readFile(dump), "appeared\n");
+        std::remove(dump.c_str());
+
+        EXPECT_RUN(dmp(kelvotest::fileRace(dump, "link:" + victim)), cannotCreate, 1);
+        EXPECT_EQ(linkTarget(dump), victim);
+        EXPECT_FALSE(fileExists(victim));
+        // Made beforehand, the dangling link passes the existence test.
+        EXPECT_RUN(dmp({}), cannotCreate, 1);
+        EXPECT_EQ(linkTarget(dump), victim);
+        EXPECT_FALSE(fileExists(victim));
+        dir.write("victim", "keep me");
+        EXPECT_RUN(dmp({}), refusal(3, 119), 1);
+        EXPECT_EQ(kelvotest::readFile(victim), "keep me");
+        std::remove(dump.c_str());
+        std::remove(victim.c_str());
+    }
+    EXPECT_RUN(live.run({"off"}), "Trace is turned off\n", 0);
+    EXPECT_RUN(dmp(kelvotest::fileRace(dump, "replace")), "Can not dump trace when it is off.\n", 1);
+    EXPECT_EQ(kelvotest::readFile(dump), "replaced\n");
+    EXPECT_TRUE(fileExists(dump + ".moved"));
+}
+
+// A dump copies a trace that only its owner and group may read, and so is
+// no more open than that, whatever the umask lets through.
+TEST(CommandOffClrDmp, ADumpIsForItsOwnerAndGroup)
+{
+    TempDir dir;
+    LiveInstance live;
+    EXPECT_RUN(live.run({"on", "-l", "4096"}), turnedOn, 0);
+    const mode_t saved = umask(0);
+    for (const auto& [mask, mode] : std::vector<std::pair<mode_t, mode_t>>{{0, 0660}, {027, 0640}, {077, 0600}}) {
+        umask(mask);
+        const std::string dump = dir.file(std::string("d").append(std::to_string(mask)));
+        EXPECT_RUN(live.run({"dmp", dump}), "", 0);
+        struct stat st {};
+        ASSERT_EQ(stat(dump.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, mode) << "umask " << mask;
+    }
+    umask(saved);
 }
 
 // A dump that fails leaves no file: into a directory that is missing or

@@ -58,7 +58,7 @@ major=${version%%.*}
 for root in "$prefix" "$tmp/stage/opt/kelvo-test"; do
     for f in bin/kelvo lib/libkelvo.so "lib/libkelvo.so.$major" "lib/libkelvo.so.$version" \
         include/kelvo/trace.h include/kelvo/trace.hpp include/kelvo/facility.h \
-        include/kelvo/trcformat.h share/man/man1/kelvo.1 \
+        include/kelvo/trcformat.h share/man/man1/kelvo.1 share/man/man3/trcWrite.3 \
         share/bash-completion/completions/kelvo lib/pkgconfig/kelvo.pc \
         lib/cmake/kelvo/kelvoConfig.cmake lib/cmake/kelvo/kelvoConfigVersion.cmake; do
         [ -e "$root/$f" ] || fail "$root/$f is not installed"
@@ -142,10 +142,17 @@ for f in /dev/shm/kelvo."$KELVO_INSTANCE"*; do
     [ -e "$f" ] && fail "$f is left behind"
 done
 
-# 5. The man page renders without a warning.
+# 5. The man pages render without a warning; each function of the writer
+# API has a page of its name.
+for name in trcWriteRc trcWritef trcSetProdVersion trcSetCompanion trcSetNode trcIsOn; do
+    [ "$(readlink "$prefix/share/man/man3/$name.3")" = trcWrite.3 ] ||
+        fail "man3/$name.3 does not lead to trcWrite.3"
+done
 if command -v groff >/dev/null; then
-    warnings=$(groff -man -ww -z -Tutf8 "$prefix/share/man/man1/kelvo.1" 2>&1)
-    [ -z "$warnings" ] || fail "kelvo.1 has warnings: $warnings"
+    for page in man1/kelvo.1 man3/trcWrite.3; do
+        warnings=$(groff -man -ww -z -Tutf8 "$prefix/share/man/$page" 2>&1)
+        [ -z "$warnings" ] || fail "$page has warnings: $warnings"
+    done
 else
     echo "groff is not installed: the man page is not rendered"
 fi

@@ -92,7 +92,8 @@ std::string loaded(const std::string& bytes)
 {
     std::string asked;
     for (size_t at = 0; at < bytes.size(); at += 16384) {
-        asked += " " + std::to_string(std::min<size_t>(bytes.size() - at, 16384));
+        asked += " ";
+        asked += std::to_string(std::min<size_t>(bytes.size() - at, 16384));
     }
     return "0 " + std::to_string(bytes.size() - 3000) + "\n" + bytes + "|asked" + asked;
 }

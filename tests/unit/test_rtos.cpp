@@ -169,7 +169,8 @@ TEST_F(Rtos, TextThatDoesNotFitIsCutWithTheLineEndKept)
         trcRecToFnc(view(record(rec())), buffer.data(), size);
         // Cut to size - 2 bytes and the line end, then the terminating zero; nothing behind.
         std::string expected = size == 1 ? "" : line.substr(0, std::min<std::size_t>(size - 2, line.size() - 1)) + "\n";
-        expected += std::string(1, '\0') + std::string(size - expected.size(), 'Z');
+        const std::size_t fill = size - expected.size();
+        expected.append(1, '\0').append(fill, 'Z');
         EXPECT_EQ(buffer.substr(0, size + 1), expected) << size;
     }
 }

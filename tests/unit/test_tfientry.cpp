@@ -103,8 +103,8 @@ TEST(TfiEntry, TwoHundredFiftyFiveClassesAndFunctions)
 {
     std::string classes = pc, functions = pc + "class K\n";
     for (int i = 1; i <= 255; ++i) {
-        classes += "class K" + std::to_string(i) + "\n";
-        functions += "f" + std::to_string(i) + "\n";
+        classes.append("class K").append(std::to_string(i)).append("\n");
+        functions.append("f").append(std::to_string(i)).append("\n");
     }
     EXPECT_EQ(last(classes), "2:1.1.255.0:K255");
     EXPECT_EQ(last(classes + "class Over\n"), "!3|too many class specifications|@|258");

@@ -36,7 +36,7 @@ TEST(TfiString, SeventyNineBytesStayLocalEightyGoToTheHeap)
         appended += t.c_str() + 1;
         for (const trcTfiString* s : {&made, &assigned, &counted, &joined})
             expectText(*s, t);
-        expectText(appended, "x" + t.substr(1));
+        expectText(appended, std::string("x").append(t, 1));
     }
 }
 

@@ -27,7 +27,8 @@ list lex(const std::string& content)
             for (factory.advance(); *factory.cursor != '\0'; factory.advance()) {
                 trcTfiToken token(factory);
                 tokens.push_back(std::to_string(token.type) + ":" + static_cast<const char*>(token.text) +
-                                 (token.type == trcTfiTokenValue ? ":" + std::to_string(token.value) : ""));
+                                 (token.type == trcTfiTokenValue ? std::string(":").append(std::to_string(token.value))
+                                                                  : std::string()));
             }
         },
         path);

@@ -1,6 +1,8 @@
 // `kelvo dmp`: has the facility write the running trace into a new binary
-// trace file. A dump never overwrites a file, and a dump that fails leaves
-// no file behind.
+// trace file. A dump never overwrites a file, never writes through a link,
+// and a dump that fails leaves no file of its own behind.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,6 +32,27 @@ constexpr int msgDiskFull = 420;
 bool mayExist(const char* name)
 {
     return access(name, F_OK) == 0 || errno != ENOENT;
+}
+
+// The dump is created here rather than found: the existence test above can
+// be overtaken, and `dmp` often runs as root in a directory that others may
+// write. O_EXCL refuses a name that appeared since the test, a symbolic link
+// included, and O_NOFOLLOW says the same of a link on its own. The file
+// holds what the trace holds, which only its owner and group may read. The
+// descriptor is the handle that trcDump and trcFileDetach take, as the one
+// trcFileAttach gives is.
+int32_t createDump(const char* name)
+{
+    return open(name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0660);
+}
+
+// Whether name still stands for the file open on handle: a failed dump
+// removes the file it created, and no other that has taken its name since.
+bool namesOwnDump(const char* name, int32_t handle)
+{
+    struct stat own {}, named {};
+    return fstat(handle, &own) == 0 && lstat(name, &named) == 0 && own.st_dev == named.st_dev &&
+           own.st_ino == named.st_ino;
 }
 
 void reportDumpFailure(int error)
@@ -62,7 +85,7 @@ int mainDmp(int count, char** args)
     if (mayExist(destination)) {
         usage(usageDmp, msgExistingFile);
     }
-    const int32_t handle = trcFileAttach(destination, TRC_FILE_WRITE_CREATE);
+    const int32_t handle = createDump(destination);
     if (handle == -1) {
         trcError(std::exit, trcMsgGet(msgCannotCreate), destination);
         return 1;
@@ -71,8 +94,11 @@ int mainDmp(int count, char** args)
         // The file goes before the failure is told, so that the same
         // command can be given again at once.
         const int error = errno;
+        const bool own = namesOwnDump(destination, handle);
         trcFileDetach(handle);
-        std::remove(destination);
+        if (own) {
+            std::remove(destination);
+        }
         reportDumpFailure(error);
         return 1;
     }

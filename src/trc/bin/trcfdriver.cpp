@@ -1,6 +1,7 @@
 // `kelvo fmt` and `kelvo flw`: the command line, loading, the summary of the
 // trace, the range, the record index and, for the flow report, the table of
 // threads. The two reports themselves live in trcfmt.cpp and trcflw.cpp.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -271,7 +272,11 @@ FILE* openOutput(const char* destination, const char** outName)
     FILE* out = stdout;
     *outName = "standard output";
     if (destination != nullptr) {
-        out = std::fopen(destination, "w");
+        // Created, never found: a name that appeared since the existence
+        // test, or a symbolic link put there, is refused rather than
+        // written through.
+        const int fd = open(destination, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        out = fd == -1 ? nullptr : fdopen(fd, "w");
         if (out == nullptr) {
             trcError(std::exit, trcMsgGet(msgCannotCreate), destination);
         }
