@@ -132,14 +132,15 @@ as_user "$tmp/hello" || fail "hello run by kelvotest stores no record"
 [ "$(stat -c '%U %a' "$tmp/out/d.bin")" = "kelvotest 640" ] ||
     fail "the dump is $(stat -c '%U %a' "$tmp/out/d.bin")"
 
-kelvo fmt "$tmp/out/d.bin" | sed -E 's/pid [0-9]+; tid [0-9]+/pid P; tid T/' >"$tmp/fmt.out"
+kelvo fmt "$tmp/out/d.bin" | sed -E -e 's/pid [0-9]+; tid [0-9]+/pid P; tid T/' \
+    -e 's/; sec [0-9]+; nsec [0-9]+$/; sec S; nsec N/' >"$tmp/fmt.out"
 printf '%s\n' \
     "Trace wrapped           : no" \
     "Size of trace           : 68 bytes" \
     "Records in trace        : 1" \
     "" \
     $'1\tapi_printf   Hello Install Probe::c_main (7.24.1.1.1.1)' \
-    $'\tpid P; tid T' \
+    $'\tpid P; tid T; sec S; nsec N' \
     $'\thello from pkg-config' \
     "Records formatted       : 1" >"$tmp/fmt.expected"
 diff -u "$tmp/fmt.expected" "$tmp/fmt.out" || fail "kelvo fmt of the dump"
