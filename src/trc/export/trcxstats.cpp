@@ -56,28 +56,27 @@ int64_t sortValue(const trcxStatRow_t& row, trcxSortKey_t key)
     return row.total;
 }
 
-// "950 ns", "12.345 us", "1.500 ms", "2.000 s": three decimals from 1 us on.
+// "950 ns", "12.345 us", "1.500 ms", "2.000 s": three decimals, rounded,
+// from 1 us on.
 std::string readable(int64_t ns)
 {
     static const char* const units[] = {"us", "ms", "s"};
     char text[64];
-    if (ns < 1000 && ns > -1000) {
+    const uint64_t magnitude = ns < 0 ? 0ull - static_cast<uint64_t>(ns) : static_cast<uint64_t>(ns);
+    if (magnitude < 1000) {
         std::snprintf(text, sizeof text, "%" PRId64 " ns", ns);
         return text;
     }
-    int64_t scale = 1000;
+    uint64_t scale = 1000;
     int unit = 0;
-    while (unit < 2 && (ns >= scale * 1000 || ns <= -scale * 1000)) {
+    while (unit < 2 && magnitude >= scale * 1000) {
         scale *= 1000;
         ++unit;
     }
-    const int64_t whole = ns / scale;
-    int64_t fraction = (ns % scale) / (scale / 1000);
-    if (fraction < 0) {
-        fraction = -fraction;
-    }
-    std::snprintf(text, sizeof text, "%s%" PRId64 ".%03" PRId64 " %s", ns < 0 && whole == 0 ? "-" : "", whole,
-                  fraction, units[unit]);
+    const uint64_t step = scale / 1000;
+    const uint64_t thousandths = (magnitude + step / 2) / step;
+    std::snprintf(text, sizeof text, "%s%" PRIu64 ".%03" PRIu64 " %s", ns < 0 ? "-" : "", thousandths / 1000,
+                  thousandths % 1000, units[unit]);
     return text;
 }
 

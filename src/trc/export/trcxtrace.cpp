@@ -83,8 +83,9 @@ static void findStamps(trcxTrace_t* t)
                      trcPgmName);
     } else if (t->unstamped > 0) {
         std::fprintf(stderr,
-                     "%s: %ld records have no time stamp; each is placed at the time of the record before it.\n",
-                     trcPgmName, t->unstamped);
+                     "%s: %ld of %ld records have no time stamp; each is placed at the time of the record "
+                     "before it.\n",
+                     trcPgmName, t->unstamped, t->count);
     }
 }
 
