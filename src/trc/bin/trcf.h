@@ -35,7 +35,7 @@ struct fOptions_t {
 // its file words. A fault goes to usage(usageMessage, message number).
 struct trcFParse_t {
     int usageMessage;
-    [[noreturn]] void (*usage)(int usageMessage, int errorMessage);
+    void (*usage)(int usageMessage, int errorMessage);  // never returns
     bool orderOptions;  // -r and -j are options too
     int files;          // file words it takes: 1 source, 2 also destination
     // Offered each other word that begins with "-" before it counts as

@@ -65,6 +65,7 @@ int main(int argc, char** argv)
         std::atexit(removePartial);
         outName = destination;
     }
+    trcxDictionary(&t);
     trcxPrepare(&t);
     trcxOut_t o;
     trcxOutOpen(&o, out, outName);

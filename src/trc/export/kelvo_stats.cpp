@@ -76,6 +76,7 @@ int main(int argc, char** argv)
     trcxTrace_t t;
     trcxParse(argc, argv, 1, takeOption, &s, &t);
     trcxLoad(&t);
+    trcxDictionary(&t);
     trcxPrepare(&t);
     const std::vector<trcxStatRow_t> rows = trcxStats(&t, s.sortKey);
     trcxFinish(&t);

@@ -78,6 +78,9 @@ static void findStamps(trcxTrace_t* t)
     }
     t->noStamps = first;
     t->firstStamp -= t->origin;
+    if (t->quiet) {
+        return;
+    }
     if (t->noStamps && t->count > 0) {
         std::fprintf(stderr, "%s: no record has a time stamp; records are placed 1 us apart in record order.\n",
                      trcPgmName);
@@ -89,11 +92,15 @@ static void findStamps(trcxTrace_t* t)
     }
 }
 
-bool trcxPrepare(trcxTrace_t* t)
+void trcxDictionary(trcxTrace_t* t)
 {
     if (trcRecToStrInit(t->header) != 0) {
         trcError(std::exit, trcMsgGet(msgNoDictionary));
     }
+}
+
+bool trcxPrepare(trcxTrace_t* t)
+{
     if (t->live) {
         trcFHoldSemaphore();
     }
@@ -104,7 +111,7 @@ bool trcxPrepare(trcxTrace_t* t)
     if (!trcWalkEach(&walk, area, [&](const trcRecord_t*) {
             ++records;
             return true;
-        })) {
+        }) && !t->quiet) {
         std::fputs(trcMsgGet(msgCorrupt), stderr);
     }
     walk.recordCount = records;

@@ -32,6 +32,7 @@ struct trcxTrace_t {
     int64_t firstStamp = 0;       // first time stamp in record order, from origin
     long unstamped = 0;           // records with sec 0
     bool noStamps = false;        // not one record has a time stamp
+    bool quiet = false;           // no warnings on standard error
 };
 
 // The usage text of the program (set before trcxParse), and the printer
@@ -54,8 +55,10 @@ void trcxParse(int argc, char** argv, int files, int (*extra)(int, char**, int, 
 // the process).
 void trcxLoad(trcxTrace_t* t);
 
-// Builds the dictionary (407 on failure), takes the semaphore for the live
-// trace, walks the records (message 421 goes to standard error here, since
+// Builds the dictionary: message 407 and the end of the process on failure.
+void trcxDictionary(trcxTrace_t* t);
+
+// Takes the semaphore for the live trace, walks the records (message 421 goes to standard error here, since
 // standard output may carry the report), fills the index and settles the
 // range as fmt does, and finds the time stamps. Warns on standard error
 // when records have no time stamp. Returns false when the range is empty.
