@@ -9,9 +9,9 @@ include(CMakePackageConfigHelpers)
 # prefix is.
 file(RELATIVE_PATH kelvo_bin_to_lib
   "/prefix/${CMAKE_INSTALL_BINDIR}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
-set_target_properties(kelvo PROPERTIES INSTALL_RPATH "$ORIGIN/${kelvo_bin_to_lib}")
+set_target_properties(kelvo kelvo-export kelvo-stats PROPERTIES INSTALL_RPATH "$ORIGIN/${kelvo_bin_to_lib}")
 
-install(TARGETS kelvo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS kelvo kelvo-export kelvo-stats RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS kelvo_facility
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES
@@ -20,11 +20,21 @@ install(FILES
     ${PROJECT_SOURCE_DIR}/include/kelvo/facility.h
     ${PROJECT_SOURCE_DIR}/include/kelvo/trcformat.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelvo)
-install(FILES ${PROJECT_SOURCE_DIR}/man/kelvo.1
+install(FILES
+    ${PROJECT_SOURCE_DIR}/man/kelvo.1
+    ${PROJECT_SOURCE_DIR}/man/kelvo-export.1
+    ${PROJECT_SOURCE_DIR}/man/kelvo-stats.1
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${PROJECT_SOURCE_DIR}/completion/kelvo.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME kelvo)
+# bash-completion loads a completion by the command's name: one file serves
+# both programs beside the tool.
+foreach(kelvo_program kelvo-export kelvo-stats)
+  install(FILES ${PROJECT_SOURCE_DIR}/completion/kelvo-export.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME ${kelvo_program})
+endforeach()
 
 # The library's file names as the build gives them, for the package files.
 get_target_property(kelvo_lib_name kelvo_facility OUTPUT_NAME)
