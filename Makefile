@@ -7,7 +7,7 @@ CTEST ?= ctest
 PREFIX ?= /usr/local
 CMAKE_INSTALL_PREFIX ?= $(PREFIX)
 
-.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install
+.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install check-viewer
 
 all: build
 
@@ -52,10 +52,15 @@ bench:
 demo:
 	CMAKE="$(CMAKE)" JOBS="$(JOBS)" bash scripts/demo.sh
 
+# Opens the demo's export in speedscope in headless Chromium (not part of
+# make test: it installs speedscope from npm and chromium from Debian).
+check-viewer:
+	CMAKE="$(CMAKE)" JOBS="$(JOBS)" bash scripts/check_viewer.sh
+
 # Installs build/ under CMAKE_INSTALL_PREFIX (or PREFIX, default /usr/local),
 # staged below DESTDIR when that is given.
 install: build
 	DESTDIR="$(DESTDIR)" $(CMAKE) --install build --prefix "$(CMAKE_INSTALL_PREFIX)"
 
 clean:
-	rm -rf build build-sanitize build-fuzz build-bench build-demo
+	rm -rf build build-sanitize build-fuzz build-bench build-demo build-viewer
