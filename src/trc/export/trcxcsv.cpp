@@ -8,19 +8,60 @@
 
 namespace {
 
-void putName(trcxOut_t* o, const char* name)
+// A name as a CSV field behind a comma, without its padding blanks.
+void addName(std::string& to, const char* name)
 {
     size_t length = std::strlen(name);
     while (length > 0 && name[length - 1] == ' ') {
         --length;
     }
-    trcxPutChar(o, ',');
-    trcxPutCsvText(o, name, length);
+    to += ",\"";
+    for (size_t i = 0; i < length; ++i) {
+        to += name[i];
+        if (name[i] == '"') {
+            to += '"';
+        }
+    }
+    to += '"';
+}
+
+// The five name fields of a record; the dictionary's names are made valid
+// UTF-8 once, through the CSV text writer.
+std::string namesOf(const trcRecord_t* r)
+{
+    const unsigned p = trcRecProduct(r), e = trcRecEvent(r), c = trcRecComponent(r), k = trcRecClass(r),
+                   f = trcRecFunction(r);
+    std::string raw;
+    addName(raw, trcNameProd[p]);
+    addName(raw, trcNameEvent[e]);
+    addName(raw, trcNameComp[p][c]);
+    addName(raw, trcNameClass[p][c][k]);
+    addName(raw, trcNameFnc[p][c][k][f]);
+    return raw;
+}
+
+// Bytes that are not well-formed UTF-8, and zero bytes, as U+FFFD.
+std::string validUtf8(const std::string& text)
+{
+    std::string valid;
+    const auto* t = reinterpret_cast<const unsigned char*>(text.data());
+    for (size_t i = 0; i < text.size();) {
+        const size_t n = t[i] == 0 ? 0 : trcxUtf8Length(t + i, text.size() - i);
+        if (n == 0) {
+            valid += "\xEF\xBF\xBD";
+            ++i;
+        } else {
+            valid.append(text, i, n);
+            i += n;
+        }
+    }
+    return valid;
 }
 
 struct csvWriter {
     const trcxTrace_t* t;
     trcxOut_t* o;
+    trcxNameCache cache;
 
     void record(trcxThread_t&, long i, int64_t, long depth)
     {
@@ -28,8 +69,7 @@ struct csvWriter {
             return;
         }
         const trcRecord_t* r = t->index[i].record;
-        const unsigned p = trcRecProduct(r), e = trcRecEvent(r), c = trcRecComponent(r), k = trcRecClass(r),
-                       f = trcRecFunction(r);
+        const unsigned e = trcRecEvent(r);
         trcxPutUnsigned(o, static_cast<unsigned long>(i + 1));
         trcxPutChar(o, ',');
         trcxPutSigned(o, r->sec);
@@ -43,15 +83,14 @@ struct csvWriter {
         trcxPutSigned(o, r->node);
         trcxPutChar(o, ',');
         trcxPutUnsigned(o, r->cpid);
-        for (unsigned id : {p, e, c, k, f, trcRecTracePoint(r)}) {
+        for (unsigned id : {trcRecProduct(r), e, trcRecComponent(r), trcRecClass(r), trcRecFunction(r),
+                            trcRecTracePoint(r)}) {
             trcxPutChar(o, ',');
             trcxPutUnsigned(o, id);
         }
-        putName(o, trcNameProd[p]);
-        putName(o, trcNameEvent[e]);
-        putName(o, trcNameComp[p][c]);
-        putName(o, trcNameClass[p][c][k]);
-        putName(o, trcNameFnc[p][c][k][f]);
+        const uint64_t key = (static_cast<uint64_t>(r->ident1 >> 16) << 24) | (r->ident2 >> 8);
+        const std::string& names = cache.get(key, [r](std::string& text) { text = validUtf8(namesOf(r)); });
+        trcxPut(o, names.data(), names.size());
         trcxPutChar(o, ',');
         trcxPutSigned(o, depth);
         trcxPutChar(o, ',');
@@ -79,7 +118,7 @@ void trcxWriteCsv(const trcxTrace_t* t, trcxOut_t* o)
     if (t->firstIndex >= t->end) {
         return;
     }
-    csvWriter w{t, o};
+    csvWriter w{t, o, {}};
     trcxCalls_t calls;
     trcxWalkCalls(t, &calls, w);
 }

@@ -24,18 +24,30 @@ struct jsonWriter {
         }
     }
 
-    void putName(const trcRecord_t* r, const char* prefix)
+    trcxNameCache nameCache;
+
+    // {"name":"<function>" of a slice, or with the event in front of an
+    // instant, escaped once for all the records that share it.
+    void putName(const trcRecord_t* r, bool withEvent)
     {
-        char name[1024];
-        const int length = trcRecFncName(r, name, sizeof name);
-        trcxPut(o, "{\"name\":\"");
-        if (prefix != nullptr) {
-            const std::string& event = trcxEventName(trcRecEvent(r));
-            trcxPutJsonText(o, event.data(), event.size());
-            trcxPutChar(o, ' ');
-        }
-        trcxPutJsonText(o, name, static_cast<size_t>(length));
-        trcxPut(o, "\"");
+        const uint64_t key = (withEvent ? 0x100u + trcRecEvent(r) : 0u) * (1ull << 32) + trcCallKey(r);
+        const std::string& text = nameCache.get(key, [&](std::string& to) {
+            trcxOut_t s{};
+            trcxOutOpen(&s, nullptr, "");
+            char name[1024];
+            const int length = trcRecFncName(r, name, sizeof name);
+            trcxPut(&s, "{\"name\":\"");
+            if (withEvent) {
+                const std::string& event = trcxEventName(trcRecEvent(r));
+                trcxPutJsonText(&s, event.data(), event.size());
+                trcxPutChar(&s, ' ');
+            }
+            trcxPutJsonText(&s, name, static_cast<size_t>(length));
+            trcxPut(&s, "\"");
+            to.assign(s.buffer, s.used);
+            trcxOutDiscard(&s);
+        });
+        trcxPut(o, text.data(), text.size());
     }
 
     void putWhere(const trcxThread_t& th, int64_t time)
@@ -75,7 +87,7 @@ struct jsonWriter {
         const bool hasRc = how == trcxExited && trcIsRcEvent(trcRecEvent(closed));
         const int32_t rc = hasRc ? trcxReturnCode(closed) : 0;
         begin();
-        putName(opened, nullptr);
+        putName(opened, false);
         trcxPutStr(o, rc != 0 ? ",\"cat\":\"call,error\",\"ph\":\"X\"" : ",\"cat\":\"call\",\"ph\":\"X\"");
         putWhere(th, call.start);
         trcxPut(o, ",\"dur\":");
@@ -115,7 +127,7 @@ struct jsonWriter {
         const bool hasRc = trcIsRcEvent(event);
         const int32_t rc = hasRc ? trcxReturnCode(r) : 0;
         begin();
-        putName(r, "");
+        putName(r, true);
         trcxPutStr(o, rc != 0 || trcxIsErrorEvent(event) ? ",\"cat\":\"error\",\"ph\":\"i\",\"s\":\"t\""
                                                        : ",\"cat\":\"event\",\"ph\":\"i\",\"s\":\"t\"");
         putWhere(th, time);
@@ -176,7 +188,7 @@ struct jsonWriter {
 void trcxWriteJson(const trcxTrace_t* t, trcxOut_t* o)
 {
     trcxPut(o, "{\"traceEvents\":[\n");
-    jsonWriter w{t, o};
+    jsonWriter w{t, o, true, {}};
     trcxCalls_t calls;
     if (t->firstIndex < t->end) {
         trcxWalkCalls(t, &calls, w);

@@ -36,6 +36,13 @@ void trcxOutFlush(trcxOut_t* o)
     o->used = 0;
 }
 
+void trcxOutDiscard(trcxOut_t* o)
+{
+    std::free(o->buffer);
+    o->buffer = nullptr;
+    o->used = 0;
+}
+
 void trcxOutClose(trcxOut_t* o)
 {
     trcxOutFlush(o);
@@ -46,25 +53,22 @@ void trcxOutClose(trcxOut_t* o)
     o->buffer = nullptr;
 }
 
-void trcxPutUnsigned(trcxOut_t* o, unsigned long long value)
+void trcxDigits(char* last, unsigned long long value)
 {
-    char digits[24];
-    char* last = digits + sizeof digits;
-    char* first = last;
-    do {
-        *--first = static_cast<char>('0' + value % 10);
-        value /= 10;
-    } while (value != 0);
-    trcxPut(o, first, static_cast<std::size_t>(last - first));
-}
-
-void trcxPutSigned(trcxOut_t* o, long long value)
-{
-    if (value < 0) {
-        trcxPutChar(o, '-');
-        trcxPutUnsigned(o, 0ull - static_cast<unsigned long long>(value));
+    static constexpr char pairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                                    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                                    "8081828384858687888990919293949596979899";
+    while (value >= 100) {
+        const unsigned pair = static_cast<unsigned>(value % 100) * 2;
+        value /= 100;
+        *--last = pairs[pair + 1];
+        *--last = pairs[pair];
+    }
+    if (value >= 10) {
+        *--last = pairs[value * 2 + 1];
+        *--last = pairs[value * 2];
     } else {
-        trcxPutUnsigned(o, static_cast<unsigned long long>(value));
+        *--last = static_cast<char>('0' + value);
     }
 }
 
@@ -188,6 +192,16 @@ void trcxPutCsvText(trcxOut_t* o, const char* text, std::size_t length)
     trcxPutChar(o, '"');
     std::size_t i = 0;
     while (i < length) {
+        // Plain bytes in runs: the common text needs no change at all.
+        std::size_t run = i;
+        while (run < length && t[run] != 0 && t[run] < 0x80 && t[run] != '"') {
+            ++run;
+        }
+        if (run > i) {
+            trcxPut(o, text + i, run - i);
+            i = run;
+            continue;
+        }
         const unsigned char c = t[i];
         if (c == '"') {
             trcxPut(o, "\"\"");

@@ -22,6 +22,8 @@ struct trcxOut_t {
 void trcxOutOpen(trcxOut_t* o, FILE* out, const char* outName);
 // Writes out what is gathered; message 403 with outName if that fails.
 void trcxOutFlush(trcxOut_t* o);
+// Frees the buffer without writing it (a buffer that gathers a text).
+void trcxOutDiscard(trcxOut_t* o);
 // Flushes, then flushes the stream itself and checks it; frees the buffer.
 void trcxOutClose(trcxOut_t* o);
 
@@ -62,8 +64,38 @@ inline void trcxPutChar(trcxOut_t* o, char c)
     ++o->used;
 }
 
-void trcxPutUnsigned(trcxOut_t* o, unsigned long long value);
-void trcxPutSigned(trcxOut_t* o, long long value);
+// Number of decimal digits of value.
+inline unsigned trcxDigitCount(unsigned long long value)
+{
+    unsigned count = 1;
+    while (value >= 100) {
+        value /= 100;
+        count += 2;
+    }
+    return value >= 10 ? count + 1 : count;
+}
+
+// Writes the decimal digits of value backwards from last, two at a time.
+void trcxDigits(char* last, unsigned long long value);
+
+// Numbers are the bulk of every row: written in place in the buffer.
+inline void trcxPutUnsigned(trcxOut_t* o, unsigned long long value)
+{
+    const unsigned n = trcxDigitCount(value);
+    char* room = trcxOutRoom(o, n);
+    trcxDigits(room + n, value);
+    o->used += n;
+}
+
+inline void trcxPutSigned(trcxOut_t* o, long long value)
+{
+    if (value < 0) {
+        trcxPutChar(o, '-');
+        trcxPutUnsigned(o, 0ull - static_cast<unsigned long long>(value));
+    } else {
+        trcxPutUnsigned(o, static_cast<unsigned long long>(value));
+    }
+}
 // Nanoseconds as microseconds with three decimals: 1234567 -> "1234.567".
 void trcxPutMicros(trcxOut_t* o, int64_t ns);
 // "0x" and lower-case hexadecimal digits.

@@ -37,6 +37,33 @@ std::vector<trcxStatRow_t> trcxStats(const trcxTrace_t* t, trcxSortKey_t key);
 void trcxWriteStatsTable(const std::vector<trcxStatRow_t>& rows, long limit, trcxOut_t* o);
 void trcxWriteStatsCsv(const std::vector<trcxStatRow_t>& rows, long limit, trcxOut_t* o);
 
+// Texts made from a record's numbers, kept for the next record that has
+// the same numbers: a few thousand slots, each holding the last key that
+// fell on it. The names are what rows and events repeat most.
+class trcxNameCache {
+public:
+    template <typename Make> const std::string& get(uint64_t key, Make&& make)
+    {
+        Slot& s = slots_[(key * 0x9E3779B97F4A7C15ull) >> (64 - bits)];
+        if (!s.used || s.key != key) {
+            s.key = key;
+            s.used = true;
+            s.text.clear();
+            make(s.text);
+        }
+        return s.text;
+    }
+
+private:
+    static constexpr int bits = 12;
+    struct Slot {
+        uint64_t key = 0;
+        bool used = false;
+        std::string text;
+    };
+    std::vector<Slot> slots_ = std::vector<Slot>(1u << bits);
+};
+
 // Event name without its padding blanks.
 const std::string& trcxEventName(unsigned event);
 
