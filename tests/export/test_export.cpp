@@ -3,6 +3,8 @@
 // stamps, checked by parsing it; the CSV form against flw and in sqlite3;
 // and the messages of options and loading.
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <map>
@@ -10,6 +12,7 @@
 #include <set>
 #include <sstream>
 
+#include "../lib/libtest.h"
 #include "export_support.h"
 #include "trcmsg.h"
 
@@ -312,4 +315,58 @@ TEST(Export, MessagesOfOptionsAndLoadingAreThoseOfFmt)
     EXPECT_NE(bad.err, "");
     EXPECT_EQ(bad.status, 1);
     EXPECT_FALSE(std::ifstream(d.dir.file("out.json")).good());
+}
+
+// "-" reads the live trace under the semaphore, as fmt does, and lets it go.
+TEST(ExportLive, TheLiveTraceIsReadAsFmtReadsIt)
+{
+    libtest::Instance instance;
+    ExportDir d;
+    d.instance = instance.name();
+    libtest::OnArgs on;
+    on.flags |= TRC_OPTION_T;
+    ASSERT_EQ(libtest::turnOn(on), 0);
+    ASSERT_EQ(trcWrite(1, TRC_EVENT_API_ENTRY, 1, 1, 1, 0, nullptr, nullptr, 0), 0);
+    ASSERT_EQ(trcWritef(1, TRC_EVENT_API_PRINTF, 1, 1, 1, 0, nullptr, "n=%d", 5), 0);
+    ASSERT_EQ(trcWriteRc(1, TRC_EVENT_API_EXIT, 1, 1, 1, 0, nullptr, -1), 0);
+    const std::string where = std::to_string(getpid()) + "." + std::to_string(syscall(SYS_gettid));
+    for (const std::vector<std::string>& args : {std::vector<std::string>{}, {"-"}, {"-", "live.json"}}) {
+        const RunResult r = d.exportTrace(args);
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.status, 0);
+        if (args.size() < 2) {
+            d.dir.write("live.json", r.out);
+        }
+        std::string lines = d.checked(d.dir.file("live.json"));
+        // Times vary: keep the phase, thread, name and args.
+        lines = std::regex_replace(lines, std::regex(" [0-9]+ \\+[0-9]+ | [0-9]+ "), " ");
+        EXPECT_EQ(lines, "i " + where + " event \"api_printf Core Reader::open\" {\"record\": 2, \"text\": \"n=5\"}\n" +
+                             "X " + where + " call,error \"Core Reader::open\" {\"entry\": 1, \"exit\": 3, \"rc\": -1}\n" +
+                             "M " + std::to_string(getpid()) + ".0 process_name \"pid " + std::to_string(getpid()) +
+                             "\"\nM " + where + " thread_name \"tid " + std::to_string(syscall(SYS_gettid)) + "\"\n");
+        unlink(d.dir.file("live.json").c_str());
+    }
+    const RunResult stats = d.stats({"--csv"});
+    EXPECT_EQ(stats.out.substr(0, stats.out.find(',', stats.out.find('\n'))),
+              "function,calls,total_ns,self_ns,min_ns,avg_ns,max_ns,errors\n\"Core Reader::open\"");
+    EXPECT_EQ(stats.status, 0);
+    // The semaphore is free again: fmt can take it.
+    const RunResult fmt = kelvotest::runProgram(
+        kelvotest::toolPath(), {"kelvo", "fmt", "-x", "0"},
+        {{"TRCTFIDIR", d.dir.path()}, {"KELVO_HOME", std::nullopt}, {"KELVO_INSTANCE", d.instance}});
+    EXPECT_EQ(fmt.status, 0);
+    // With the trace off, "-" is "Trace is off." as for fmt.
+    trcOff(0);
+    EXPECT_EQ(d.exportTrace({"-"}).out, "Trace is off.\n");
+}
+
+// A standard output that cannot be written is message 403, status 1.
+TEST(Export, AnOutputThatCannotBeWrittenFails)
+{
+    ExportDir d;
+    const std::string trace = d.save(callTree());
+    const RunResult r = kelvotest::runProgram(
+        "/bin/sh", {"sh", "-c", std::string(KELVO_EXPORT_PATH) + " \"$1\" >/dev/full; echo \"status $?\"", "sh", trace},
+        {{"TRCTFIDIR", d.dir.path()}, {"KELVO_INSTANCE", d.instance}});
+    EXPECT_EQ(r.out, "status 1\n");
 }
