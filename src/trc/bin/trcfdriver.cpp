@@ -156,7 +156,6 @@ void parseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o)
     }
 }
 
-
 // The summary lines, printed as the walk learns each value; message 421 of
 // the count lands between them.
 void walkWithSummary(trcHeader_t* header, long areaSize, trcWalk_t* walk)
