@@ -83,14 +83,16 @@ struct csvWriter {
         trcxPutSigned(o, r->node);
         trcxPutChar(o, ',');
         trcxPutUnsigned(o, r->cpid);
-        for (unsigned id : {trcRecProduct(r), e, trcRecComponent(r), trcRecClass(r), trcRecFunction(r),
-                            trcRecTracePoint(r)}) {
-            trcxPutChar(o, ',');
-            trcxPutUnsigned(o, id);
-        }
-        const uint64_t key = (static_cast<uint64_t>(r->ident1 >> 16) << 24) | (r->ident2 >> 8);
-        const std::string& names = cache.get(key, [r](std::string& text) { text = validUtf8(namesOf(r)); });
-        trcxPut(o, names.data(), names.size());
+        // The six numbers and the five names repeat from record to record.
+        const uint64_t key = (static_cast<uint64_t>(r->ident1 >> 16) << 32) | r->ident2;
+        const std::string& ids = cache.get(key, [r](std::string& text) {
+            for (unsigned id : {trcRecProduct(r), trcRecEvent(r), trcRecComponent(r), trcRecClass(r),
+                                trcRecFunction(r), trcRecTracePoint(r)}) {
+                text += ',' + std::to_string(id);
+            }
+            text += validUtf8(namesOf(r));
+        });
+        trcxPut(o, ids.data(), ids.size());
         trcxPutChar(o, ',');
         trcxPutSigned(o, depth);
         trcxPutChar(o, ',');
