@@ -280,9 +280,13 @@ Result measureProgram(const std::string& program, const std::vector<std::string>
 void print(const char* name, const Result& r, long traceBytes)
 {
     const double indexMiB = static_cast<double>(r.records) * 16 / (1 << 20);
-    std::printf("%-22s %9.3f s %10.2f Mrec/s %9.1f MB/s %8.1f MiB peak (goal %.1f MiB)\n", name, r.seconds,
-                static_cast<double>(r.records) / r.seconds / 1e6, static_cast<double>(r.outputBytes) / r.seconds / 1e6,
-                r.rssMiB, static_cast<double>(traceBytes) / (1 << 20) + indexMiB + 16);
+    char output[32] = "";  // not counted for the programs beside the tool
+    if (r.outputBytes > 0) {
+        std::snprintf(output, sizeof output, "%9.1f MB/s", static_cast<double>(r.outputBytes) / r.seconds / 1e6);
+    }
+    std::printf("%-22s %9.3f s %10.2f Mrec/s %14s %8.1f MiB peak (goal %.1f MiB)\n", name, r.seconds,
+                static_cast<double>(r.records) / r.seconds / 1e6, output, r.rssMiB,
+                static_cast<double>(traceBytes) / (1 << 20) + indexMiB + 16);
 }
 
 }  // namespace
