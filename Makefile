@@ -9,7 +9,7 @@ CMAKE_INSTALL_PREFIX ?= $(PREFIX)
 # Warnings are errors in the project's own checks (make test, CI) only.
 WERROR ?= OFF
 
-.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install deb
+.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install deb check-viewer
 
 all: build
 
@@ -56,6 +56,11 @@ bench:
 demo:
 	CMAKE="$(CMAKE)" JOBS="$(JOBS)" bash scripts/demo.sh
 
+# Opens the demo's export in speedscope in headless Chromium (not part of
+# make test: it installs speedscope from npm and chromium from Debian).
+check-viewer:
+	CMAKE="$(CMAKE)" JOBS="$(JOBS)" bash scripts/check_viewer.sh
+
 # Installs build/ under CMAKE_INSTALL_PREFIX (or PREFIX, default /usr/local),
 # staged below DESTDIR when that is given.
 install: build
@@ -67,4 +72,4 @@ deb:
 	CMAKE="$(CMAKE)" JOBS="$(JOBS)" bash scripts/deb.sh build-deb build-deb/packages
 
 clean:
-	rm -rf build build-sanitize build-fuzz build-bench build-demo build-deb
+	rm -rf build build-sanitize build-fuzz build-bench build-demo build-deb build-viewer

@@ -1,7 +1,9 @@
 // Speed and memory of the reports: a trace of about 256 MiB written through
 // the writer API by 16 threads (nested calls, text and return codes, the
 // buffer wrapped), dumped, then `kelvo fmt`, `kelvo flw` and `kelvo inf` on
-// the dump, each run several times with its output thrown away. The flow
+// the dump, each run several times with its output thrown away. kelvo-export
+// (JSON and CSV) and kelvo-stats run on a copy of that dump whose records
+// carry time stamps. The flow
 // report is also run on a trace of 50 threads and on the same records
 // given to one thread, to show what the number of threads costs.
 //
@@ -34,6 +36,12 @@
 
 #ifndef KELVO_TOOL_PATH
 #define KELVO_TOOL_PATH "kelvo"
+#endif
+#ifndef KELVO_EXPORT_PATH
+#define KELVO_EXPORT_PATH "kelvo-export"
+#endif
+#ifndef KELVO_STATS_PATH
+#define KELVO_STATS_PATH "kelvo-stats"
 #endif
 
 namespace {
@@ -140,13 +148,36 @@ void oneThreadCopy(const std::string& from, const std::string& to)
     std::fclose(f);
 }
 
+// The same records with time stamps: 250 ns apart in record order, so
+// that every thread's clock goes forward.
+void stampedCopy(const std::string& from, const std::string& to)
+{
+    std::vector<uint8_t> bytes = readAll(from);
+    auto* header = reinterpret_cast<trcHeader_t*>(bytes.data());
+    uint8_t* area = bytes.data() + TRC_HEADER_SIZE;
+    trcWalk_t walk;
+    trcWalkBounds(header, area, bytes.size() - TRC_HEADER_SIZE, &walk);
+    int64_t ns = 1700000000LL * 1000000000LL;
+    trcWalkEach(&walk, area, [&ns](const trcRecord_t* r) {
+        ns += 250;
+        const_cast<trcRecord_t*>(r)->sec = static_cast<int32_t>(ns / 1000000000LL);
+        const_cast<trcRecord_t*>(r)->nsec = static_cast<int32_t>(ns % 1000000000LL);
+        return true;
+    });
+    FILE* f = std::fopen(to.c_str(), "wb");
+    if (f == nullptr || std::fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size()) {
+        fail("cannot write the stamped copy");
+    }
+    std::fclose(f);
+}
+
 struct Run {
     double seconds;
     long maxRssKiB;
 };
 
-// One run of the tool with standard output into outPath.
-Run runTool(const std::vector<std::string>& args, const std::string& outPath)
+// One run of the tool (or of program) with standard output into outPath.
+Run runTool(const std::vector<std::string>& args, const std::string& outPath, const std::string& program = tool)
 {
     const auto start = std::chrono::steady_clock::now();
     const pid_t child = fork();
@@ -155,12 +186,12 @@ Run runTool(const std::vector<std::string>& args, const std::string& outPath)
         dup2(fd, STDOUT_FILENO);
         close(fd);
         std::vector<char*> argv;
-        argv.push_back(tool.data());
+        argv.push_back(const_cast<char*>(program.c_str()));
         for (const std::string& a : args) {
             argv.push_back(const_cast<char*>(a.c_str()));
         }
         argv.push_back(nullptr);
-        execv(tool.c_str(), argv.data());
+        execv(program.c_str(), argv.data());
         _exit(127);
     }
     int status = 0;
@@ -229,12 +260,33 @@ Result measure(const std::string& command, const std::string& trace)
     return r;
 }
 
+// A program beside the tool, output thrown away; records from a report.
+Result measureProgram(const std::string& program, const std::vector<std::string>& args, long records)
+{
+    Result r{};
+    r.records = records;
+    r.outputBytes = 0;
+    std::vector<double> seconds, rss;
+    for (int i = 0; i < runs; ++i) {
+        Run run = runTool(args, "/dev/null", program);
+        seconds.push_back(run.seconds);
+        rss.push_back(static_cast<double>(run.maxRssKiB) / 1024.0);
+    }
+    r.seconds = median(seconds);
+    r.rssMiB = median(rss);
+    return r;
+}
+
 void print(const char* name, const Result& r, long traceBytes)
 {
     const double indexMiB = static_cast<double>(r.records) * 16 / (1 << 20);
-    std::printf("%-22s %9.3f s %10.2f Mrec/s %9.1f MB/s %8.1f MiB peak (goal %.1f MiB)\n", name, r.seconds,
-                static_cast<double>(r.records) / r.seconds / 1e6, static_cast<double>(r.outputBytes) / r.seconds / 1e6,
-                r.rssMiB, static_cast<double>(traceBytes) / (1 << 20) + indexMiB + 16);
+    char output[32] = "";  // not counted for the programs beside the tool
+    if (r.outputBytes > 0) {
+        std::snprintf(output, sizeof output, "%9.1f MB/s", static_cast<double>(r.outputBytes) / r.seconds / 1e6);
+    }
+    std::printf("%-22s %9.3f s %10.2f Mrec/s %14s %8.1f MiB peak (goal %.1f MiB)\n", name, r.seconds,
+                static_cast<double>(r.records) / r.seconds / 1e6, output, r.rssMiB,
+                static_cast<double>(traceBytes) / (1 << 20) + indexMiB + 16);
 }
 
 }  // namespace
@@ -262,6 +314,8 @@ int main(int argc, char** argv)
     makeTrace(t16, 16);
     makeTrace(t50, 50);
     oneThreadCopy(t50, t50as1);
+    const std::string t16ts = work + "/t16ts.bin";
+    stampedCopy(t16, t16ts);
     const long size16 = fileSize(t16), size50 = fileSize(t50);
 
     // The reports read files only: no live trace is reachable.
@@ -281,11 +335,22 @@ int main(int argc, char** argv)
     print("flw, 50 threads", flw50, size50);
     print("flw, same as 1 thread", flw1, size50);
     std::printf("flw 50 threads / 1 thread: %.2f (goal at most 1.5)\n", flw50.seconds / flw1.seconds);
+
+    // Standard error of the runs (none expected: the copy has time stamps)
+    // is thrown away with the output's.
+    const Result json = measureProgram(KELVO_EXPORT_PATH, {t16ts}, fmt16.records);
+    const Result csv = measureProgram(KELVO_EXPORT_PATH, {"--csv", t16ts}, fmt16.records);
+    const Result stats = measureProgram(KELVO_STATS_PATH, {t16ts}, fmt16.records);
+    std::printf("\nthe trace of 16 threads with time stamps (goal at least 5 Mrec/s)\n");
+    print("kelvo-export", json, size16);
+    print("kelvo-export --csv", csv, size16);
+    print("kelvo-stats", stats, size16);
     // A named work directory keeps the traces for a closer look.
     if (argc <= 2) {
         unlink(t16.c_str());
         unlink(t50.c_str());
         unlink(t50as1.c_str());
+        unlink(t16ts.c_str());
         unlink(tfi.c_str());
         rmdir(work.c_str());
     }

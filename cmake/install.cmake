@@ -18,10 +18,12 @@ set(kelvo_system_libdirs ${CMAKE_PLATFORM_IMPLICIT_LINK_DIRECTORIES}
 if(NOT "${CMAKE_INSTALL_FULL_LIBDIR}" IN_LIST kelvo_system_libdirs)
   file(RELATIVE_PATH kelvo_bin_to_lib
     "/prefix/${CMAKE_INSTALL_BINDIR}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
-  set_target_properties(kelvo PROPERTIES INSTALL_RPATH "$ORIGIN/${kelvo_bin_to_lib}")
+  set_target_properties(kelvo kelvo-export kelvo-stats PROPERTIES
+    INSTALL_RPATH "$ORIGIN/${kelvo_bin_to_lib}")
 endif()
 
-install(TARGETS kelvo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+install(TARGETS kelvo kelvo-export kelvo-stats RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  COMPONENT tool)
 install(TARGETS kelvo_facility
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT lib NAMELINK_COMPONENT dev)
 install(FILES
@@ -37,6 +39,13 @@ install(FILES ${PROJECT_SOURCE_DIR}/examples/kelvo.tfi
 install(FILES ${PROJECT_SOURCE_DIR}/completion/kelvo.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME kelvo COMPONENT tool)
+# bash-completion loads a completion by the command's name: one file serves
+# both programs beside the tool.
+foreach(kelvo_program kelvo-export kelvo-stats)
+  install(FILES ${PROJECT_SOURCE_DIR}/completion/kelvo-export.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME ${kelvo_program} COMPONENT tool)
+endforeach()
 
 # Man pages: kelvo(1), and trcWrite(3) with one name per function of the
 # writer API, the others links to it. Distribution packages have them
@@ -62,6 +71,8 @@ function(kelvo_man page section component)
     COMPONENT ${component})
 endfunction()
 kelvo_man(kelvo 1 tool)
+kelvo_man(kelvo-export 1 tool)
+kelvo_man(kelvo-stats 1 tool)
 kelvo_man(trcWrite 3 dev)
 foreach(name trcWriteRc trcWritef trcSetProdVersion trcSetCompanion trcSetNode trcIsOn)
   set(link "${kelvo_man_dir}/links/${name}.3${kelvo_man_suffix}")

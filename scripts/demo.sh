@@ -70,15 +70,15 @@ trap 'exit 141' PIPE
 
 say "Build the tool, the library and the demo (no test suite needed)"
 run "$cmake" -S . -B "$build" -DKELVO_TESTS=OFF --log-level=WARNING
-run "$cmake" --build "$build" -j "$jobs" --target kelvo kelvo-demo
+run "$cmake" --build "$build" -j "$jobs" --target kelvo kelvo-demo kelvo-export kelvo-stats
 
 say "A private facility instance, the demo's .tfi file, and the programs"
 show "export KELVO_INSTANCE=$instance"
 export KELVO_INSTANCE=$instance
 show "export TRCTFIDIR=\$PWD/examples"
 export TRCTFIDIR=$top/examples
-show "export PATH=\$PWD/$build/src/trc/bin:\$PWD/$build/examples:\$PATH"
-export PATH=$top/$build/src/trc/bin:$top/$build/examples:$PATH
+show "export PATH=\$PWD/$build/src/trc/bin:\$PWD/$build/src/trc/export:\$PWD/$build/examples:\$PATH"
+export PATH=$top/$build/src/trc/bin:$top/$build/src/trc/export:$top/$build/examples:$PATH
 tmp=$(mktemp -d "${TMPDIR:-/tmp}/kelvo-demo.XXXXXX")
 show "tmp=\$(mktemp -d)    # here: $tmp"
 
@@ -102,6 +102,10 @@ say "The control flow of every thread into a file, then that of one worker"
 run kelvo flw "$tmp/demo.trc" "$tmp/demo.flw"
 show "awk '/^pid = /{n++} n==2' $tmp/demo.flw"
 awk '/^pid = /{n++} n==2' "$tmp/demo.flw"
+
+say "Time per function, and the trace for a trace viewer (Perfetto, speedscope)"
+run kelvo-stats -n 5 "$tmp/demo.trc"
+run kelvo-export "$tmp/demo.trc" "$tmp/demo.json"
 
 say "Turn the trace off"
 run kelvo off

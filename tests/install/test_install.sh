@@ -60,6 +60,8 @@ for root in "$prefix" "$tmp/stage/opt/kelvo-test"; do
         include/kelvo/trace.h include/kelvo/trace.hpp include/kelvo/facility.h \
         include/kelvo/trcformat.h share/man/man1/kelvo.1 share/man/man3/trcWrite.3 \
         share/bash-completion/completions/kelvo lib/pkgconfig/kelvo.pc \
+        bin/kelvo-export bin/kelvo-stats share/man/man1/kelvo-export.1 share/man/man1/kelvo-stats.1 \
+        share/bash-completion/completions/kelvo-export share/bash-completion/completions/kelvo-stats \
         lib/cmake/kelvo/kelvoConfig.cmake lib/cmake/kelvo/kelvoConfigVersion.cmake; do
         [ -e "$root/$f" ] || fail "$root/$f is not installed"
     done
@@ -149,7 +151,7 @@ for name in trcWriteRc trcWritef trcSetProdVersion trcSetCompanion trcSetNode tr
         fail "man3/$name.3 does not lead to trcWrite.3"
 done
 if command -v groff >/dev/null; then
-    for page in man1/kelvo.1 man3/trcWrite.3; do
+    for page in man1/kelvo.1 man1/kelvo-export.1 man1/kelvo-stats.1 man3/trcWrite.3; do
         warnings=$(groff -man -ww -z -Tutf8 "$prefix/share/man/$page" 2>&1)
         [ -z "$warnings" ] || fail "$page has warnings: $warnings"
     done
@@ -180,6 +182,24 @@ complete_words() {  # complete_words <words...>: what the last word completes to
 touch "$tmp/trace-a.bin"
 [ "$(cd "$tmp" && complete_words kelvo fmt trace-)" = "trace-a.bin " ] ||
     fail "completion of a file name behind fmt"
+
+complete_export() {  # complete_export <words...>: as complete_words, for the programs beside kelvo
+    bash -c '
+        source "$1"; shift
+        COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1))
+        _kelvo_export "$1" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD-1]}"
+        [ ${#COMPREPLY[@]} -eq 0 ] || printf "%s\n" "${COMPREPLY[@]}" | LC_ALL=C sort | tr "\n" " "
+    ' complete "$prefix/share/bash-completion/completions/kelvo-stats" "$@"
+}
+[ "$(complete_export kelvo-export -)" = "--csv -m -p -x " ] ||
+    fail "completion of 'kelvo-export -': $(complete_export kelvo-export -)"
+[ "$(complete_export kelvo-stats -s s)" = "self " ] ||
+    fail "completion of 'kelvo-stats -s s': $(complete_export kelvo-stats -s s)"
+# The installed programs find the installed library and run.
+case $("$prefix/bin/kelvo-stats" help) in
+"Usage: kelvo-stats"*) ;;
+*) fail "installed kelvo-stats does not run" ;;
+esac
 
 if [ "$failures" -ne 0 ]; then
     echo "test_install: $failures failures"

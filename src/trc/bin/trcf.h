@@ -31,6 +31,34 @@ struct fOptions_t {
     const char* destination = nullptr;
 };
 
+// How a program reads the selection words of fmt and flw (-m, -p, -x) and
+// its file words. A fault goes to usage(usageMessage, message number).
+struct trcFParse_t {
+    int usageMessage;
+    void (*usage)(int usageMessage, int errorMessage);  // never returns
+    bool orderOptions;  // -r and -j are options too
+    int files;          // file words it takes: 1 source, 2 also destination
+    // Offered each other word that begins with "-" before it counts as
+    // wrong: returns how many words from args[at] on it used, 0 if none.
+    int (*extra)(int count, char** args, int at, void* context);
+    void* context;
+};
+void trcFParseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o);
+
+// Whether a destination may exist: whatever access cannot show to be
+// absent counts as present.
+bool trcFMayExist(const char* name);
+
+// The trace semaphore, held for a walk of the live block; trcFExit
+// releases it if held.
+void trcFHoldSemaphore();
+void trcFReleaseSemaphore();
+
+struct trcWalk_t;
+// The record index of a counted walk, in one allocation that the caller
+// frees; returns the number of entries. No memory: message 412, trcFExit.
+long trcFFillIndex(const trcHeader_t* header, const trcWalk_t* walk, flowIndex_t** index);
+
 // Everything of a report after the dictionary is built: the walk with the
 // summary lines, the range, the index, and the format report (format) or
 // the flow reports of the threads, written to out. The caller holds the

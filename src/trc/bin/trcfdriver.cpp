@@ -66,7 +66,7 @@ bool isDigit(char c)
 
 // The range text: [first][-[last]]. A later -x overwrites only the numbers
 // that it gives.
-void parseRange(const char* text, fOptions_t* o, int usageMessage)
+void parseRange(const char* text, fOptions_t* o, const trcFParse_t* how)
 {
     enum { start, inFirst, afterDash, inLast } state = start;
     for (const char* c = text; *c != '\0'; ++c) {
@@ -79,13 +79,13 @@ void parseRange(const char* text, fOptions_t* o, int usageMessage)
                 o->firstRecord = state == start ? *c - '0' : addDigit(o->firstRecord, *c);
                 state = inFirst;
             } else {
-                usage(usageMessage, std::strchr(c, '-') != nullptr ? msgBadFirst : msgBadOnly);
+                how->usage(how->usageMessage, std::strchr(c, '-') != nullptr ? msgBadFirst : msgBadOnly);
             }
             break;
         case afterDash:
         case inLast:
             if (!isDigit(*c)) {
-                usage(usageMessage, msgBadLast);
+                how->usage(how->usageMessage, msgBadLast);
             }
             o->lastRecord = state == afterDash ? *c - '0' : addDigit(o->lastRecord, *c);
             state = inLast;
@@ -99,13 +99,13 @@ void parseRange(const char* text, fOptions_t* o, int usageMessage)
 
 // A process number, read like strtol of a 32-bit long: values beyond it
 // stop at its bounds.
-long parsePid(const char* text, int usageMessage)
+long parsePid(const char* text, const trcFParse_t* how)
 {
     char* end = nullptr;
     errno = 0;
     long long value = std::strtoll(text, &end, 0);
     if (*end != '\0') {
-        usage(usageMessage, msgBadPid);
+        how->usage(how->usageMessage, msgBadPid);
     }
     if (value > INT32_MAX) {
         value = INT32_MAX;
@@ -115,60 +115,45 @@ long parsePid(const char* text, int usageMessage)
     return static_cast<long>(value);
 }
 
-void parseArgs(int count, char** args, int usageMessage, fOptions_t* o)
+void parseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o)
 {
+    const int usageMessage = how->usageMessage;
     std::memset(o->mask, 0xFF, sizeof o->mask);
     if (count == 2 && std::strcmp(args[1], "help") == 0) {
-        usage(usageMessage, -1);
+        how->usage(usageMessage, -1);
     }
     for (int i = 1; i < count; ++i) {
         const char* word = args[i];
         const bool takesValue =
             std::strcmp(word, "-p") == 0 || std::strcmp(word, "-m") == 0 || std::strcmp(word, "-x") == 0;
         if (takesValue && i + 1 >= count) {
-            usage(usageMessage, msgEndOfArgs);
+            how->usage(usageMessage, msgEndOfArgs);
         }
+        int used = 0;
         if (std::strcmp(word, "-p") == 0) {
-            o->pid = parsePid(args[++i], usageMessage);
+            o->pid = parsePid(args[++i], how);
         } else if (std::strcmp(word, "-m") == 0) {
             if (trcStrToMask(args[++i], o->mask) != 0) {
-                usage(usageMessage, msgBadMask);
+                how->usage(usageMessage, msgBadMask);
             }
         } else if (std::strcmp(word, "-x") == 0) {
-            parseRange(args[++i], o, usageMessage);
-        } else if (std::strcmp(word, "-r") == 0) {
+            parseRange(args[++i], o, how);
+        } else if (how->orderOptions && std::strcmp(word, "-r") == 0) {
             o->step = -1;
-        } else if (std::strcmp(word, "-j") == 0) {
+        } else if (how->orderOptions && std::strcmp(word, "-j") == 0) {
             o->join = 1;
+        } else if (word[0] == '-' && word[1] != '\0' && how->extra != nullptr &&
+                   (used = how->extra(count, args, i, how->context)) > 0) {
+            i += used - 1;
         } else if (word[0] == '-' && word[1] != '\0') {
-            usage(usageMessage, msgBadOption);
+            how->usage(usageMessage, msgBadOption);
         } else if (o->source == nullptr) {
             o->source = word;
-        } else if (o->destination == nullptr) {
+        } else if (o->destination == nullptr && how->files > 1) {
             o->destination = word;
         } else {
-            usage(usageMessage, msgTooMany);
+            how->usage(usageMessage, msgTooMany);
         }
-    }
-}
-
-// Whatever the existence test cannot show to be absent counts as present.
-bool mayExist(const char* name)
-{
-    return access(name, F_OK) == 0 || errno != ENOENT;
-}
-
-void takeSemaphore()
-{
-    trcSemP();
-    semaphoreHeld = true;
-}
-
-void releaseSemaphore()
-{
-    if (semaphoreHeld) {
-        semaphoreHeld = false;
-        trcSemV();
     }
 }
 
@@ -186,8 +171,9 @@ void walkWithSummary(trcHeader_t* header, long areaSize, trcWalk_t* walk)
     std::printf("%s%ld\n", trcMsgGet(msgRecords), static_cast<long>(walk->recordCount));
 }
 
-// The index of the records in time order; returns how many it holds.
-long fillIndex(const trcHeader_t* header, const trcWalk_t* walk, flowIndex_t** index)
+}  // namespace
+
+long trcFFillIndex(const trcHeader_t* header, const trcWalk_t* walk, flowIndex_t** index)
 {
     const long count = walk->recordCount;
     *index = static_cast<flowIndex_t*>(std::malloc(static_cast<size_t>(count) * sizeof(flowIndex_t)));
@@ -205,6 +191,8 @@ long fillIndex(const trcHeader_t* header, const trcWalk_t* walk, flowIndex_t** i
     });
     return filled;
 }
+
+namespace {
 
 // Threads in the order of their first record in the range; the range and
 // the process option choose them, the mask does not.
@@ -288,18 +276,44 @@ FILE* openOutput(const char* destination, const char** outName)
 
 }  // namespace
 
+// Whatever the existence test cannot show to be absent counts as present.
+bool trcFMayExist(const char* name)
+{
+    return access(name, F_OK) == 0 || errno != ENOENT;
+}
+
+void trcFHoldSemaphore()
+{
+    trcSemP();
+    semaphoreHeld = true;
+}
+
+void trcFReleaseSemaphore()
+{
+    if (semaphoreHeld) {
+        semaphoreHeld = false;
+        trcSemV();
+    }
+}
+
+void trcFParseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o)
+{
+    parseArgs(count, args, how, o);
+}
+
 void trcFExit(int status)
 {
-    releaseSemaphore();
+    trcFReleaseSemaphore();
     std::exit(status);
 }
 
 int mainF(int count, char** args, int usageMessage, trcCommandInfo_t* /*info*/)
 {
     fOptions_t o;
-    parseArgs(count, args, usageMessage, &o);
+    const trcFParse_t how{usageMessage, usage, true, 2, nullptr, nullptr};
+    parseArgs(count, args, &how, &o);
     const char* source = o.source != nullptr ? o.source : "-";
-    if (o.destination != nullptr && mayExist(o.destination)) {
+    if (o.destination != nullptr && trcFMayExist(o.destination)) {
         usage(usageMessage, msgExistingFile);
     }
     trcHeader_t* header = nullptr;
@@ -313,10 +327,10 @@ int mainF(int count, char** args, int usageMessage, trcCommandInfo_t* /*info*/)
         trcError(std::exit, trcMsgGet(msgNoDictionary));
     }
     if (std::strcmp(source, "-") == 0) {
-        takeSemaphore();
+        trcFHoldSemaphore();
     }
     trcFReport(header, areaSize, &o, usageMessage == usageFmt, out, outName);
-    releaseSemaphore();
+    trcFReleaseSemaphore();
     return 0;
 }
 
@@ -335,7 +349,7 @@ void trcFReport(trcHeader_t* header, long areaSize, const fOptions_t* options, b
         return;
     }
     flowIndex_t* index = nullptr;
-    recordCount = fillIndex(header, &walk, &index);
+    recordCount = trcFFillIndex(header, &walk, &index);
     if (end > recordCount) {
         end = recordCount;
     }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "trcdepth.h"
 #include "trcerror.h"
 #include "trcf.h"
 #include "trcfout.h"
@@ -17,105 +18,10 @@ namespace {
 
 constexpr int msgNoTextMemory = 409;
 constexpr int msgThreadDone = 423;
-constexpr int stackSize = 1024;
 constexpr int lineRoom = 131072;
 // The indent stops short of the end of the line's room so that the
 // function text still fits behind it at any depth.
 constexpr int fncReserve = 4096;
-
-enum flwClass_t : uint8_t { flwInside, flwEntry, flwExit, flwNeutral };
-
-// The class of an event goes by its last decimal digit from 20 on; the
-// error returns 10 to 14 are exits, and the neutral ones end at 61.
-constexpr flwClass_t classOf(unsigned e)
-{
-    if (e >= 20 && e % 10 == 2) {
-        return flwEntry;
-    }
-    if ((e >= 10 && e <= 14) || (e >= 20 && e % 10 == 3)) {
-        return flwExit;
-    }
-    if (e >= 20 && e <= 61 && e % 10 <= 1) {
-        return flwNeutral;
-    }
-    return flwInside;
-}
-
-struct classTable_t {
-    flwClass_t of[256];
-    constexpr classTable_t() : of{}
-    {
-        for (unsigned e = 0; e < 256; ++e) {
-            of[e] = classOf(e);
-        }
-    }
-};
-constexpr classTable_t eventClass;
-
-// Product, component, class and function: all events of a function share it.
-uint32_t keyOf(const trcRecord_t* r)
-{
-    return (r->ident1 & 0xFF000000u) | (r->ident2 >> 8);
-}
-
-// The call stack of one thread. running goes on counting when the stack is
-// full, so it is one more than top only while no key was refused.
-struct flwStack_t {
-    uint32_t* keys;
-    int top;  // -1: empty
-    long running;
-};
-
-int findKey(const flwStack_t* s, uint32_t key)
-{
-    for (int p = s->top; p >= 0; --p) {
-        if (s->keys[p] == key) {
-            return p;
-        }
-    }
-    return -1;
-}
-
-long enter(flwStack_t* s, uint32_t key)
-{
-    ++s->running;
-    if (s->top + 1 < stackSize) {
-        s->keys[++s->top] = key;
-    }
-    return s->running;
-}
-
-long depthOf(flwStack_t* s, const trcRecord_t* r)
-{
-    const uint32_t key = keyOf(r);
-    switch (eventClass.of[trcRecEvent(r)]) {
-    case flwEntry:
-        return enter(s, key);
-    case flwExit: {
-        const int p = findKey(s, key);
-        if (p < 0) {
-            return s->running;
-        }
-        const long d = s->running - (s->top - p);
-        s->running = d - 1;
-        s->top = p - 1;
-        return d;
-    }
-    case flwInside: {
-        const int p = findKey(s, key);
-        if (p < 0) {
-            return enter(s, key);
-        }
-        const long d = s->running - (s->top - p);
-        s->running = d;
-        s->top = p;
-        return d;
-    }
-    case flwNeutral:
-        break;
-    }
-    return s->running;
-}
 
 // Threads by (pid, tid) for the one pass over the index: a small open
 // hash table, since a report has at most a few dozen threads.
@@ -206,8 +112,8 @@ void flwDepthsAll(long count, flowIndex_t* index, flwThread_t* threads, int thre
         threadCount = flwNoThread;
     }
     auto* map = static_cast<threadMap_t*>(std::malloc(sizeof(threadMap_t)));
-    auto* keys = static_cast<uint32_t*>(std::malloc(sizeof(uint32_t) * stackSize * (threadCount + 1)));
-    auto* stacks = static_cast<flwStack_t*>(std::malloc(sizeof(flwStack_t) * (threadCount + 1)));
+    auto* keys = static_cast<uint32_t*>(std::malloc(sizeof(uint32_t) * trcCallStackMax * (threadCount + 1)));
+    auto* stacks = static_cast<trcCallStack_t*>(std::malloc(sizeof(trcCallStack_t) * (threadCount + 1)));
     if (map == nullptr || keys == nullptr || stacks == nullptr) {
         trcError(trcFExit, trcMsgGet(msgNoTextMemory));
     }
@@ -215,7 +121,7 @@ void flwDepthsAll(long count, flowIndex_t* index, flwThread_t* threads, int thre
     for (int t = 0; t < threadCount; ++t) {
         mapPut(map, threadKey(static_cast<uint32_t>(threads[t].pid), static_cast<uint32_t>(threads[t].tid)),
                static_cast<uint8_t>(t));
-        stacks[t] = flwStack_t{keys + static_cast<size_t>(t) * stackSize, -1, 0};
+        stacks[t] = trcCallStack_t{keys + static_cast<size_t>(t) * trcCallStackMax, -1, 0};
         threads[t].node = -1;
     }
     uint64_t lastKey = 0;
@@ -237,7 +143,8 @@ void flwDepthsAll(long count, flowIndex_t* index, flwThread_t* threads, int thre
         if (threads[lastSlot].node == -1) {
             threads[lastSlot].node = r->node;
         }
-        index[i].depth = depthOf(&stacks[lastSlot], r);
+        trcCallMove_t move;
+        index[i].depth = trcCallStep(&stacks[lastSlot], r, &move);
     }
     std::free(stacks);
     std::free(keys);

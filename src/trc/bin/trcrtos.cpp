@@ -228,7 +228,31 @@ char* putText(char* p, char* end, const trcRecord_t* r)
     return p;
 }
 
+// The function as the flow report names it: the component in a column of
+// four, then class::function.
+char* putFncName(char* p, char* end, const names& n)
+{
+    char* column = p;
+    p = put(p, end, n.component);
+    while (p - column < 4 && p != end)
+        *p++ = ' ';
+    p = putLiteral(p, end, " ");
+    p = put(p, end, n.klass);
+    p = putLiteral(p, end, "::");
+    return put(p, end, n.function);
+}
+
 } // namespace
+
+int trcRecFncName(const trcRecord_t* record, char* dest, int size)
+{
+    if (dest == nullptr || size <= 0)
+        return 0;
+    char* end = dest + size - 1;
+    char* p = putFncName(dest, end, lookUp(record));
+    *p = '\0';
+    return static_cast<int>(p - dest);
+}
 
 // A full buffer ends in a line end: either the text fitted exactly, and its
 // last byte is one already, or it was cut and the last byte becomes one.
@@ -259,14 +283,7 @@ char* trcRecToFnc(const trcRecord_t* record, char* dest, int size)
     names n = lookUp(record);
     char* p = put(dest, end, n.event);
     p = putLiteral(p, end, " ");
-    char* column = p;
-    p = put(p, end, n.component);
-    while (p - column < 4 && p != end)
-        *p++ = ' ';
-    p = putLiteral(p, end, " ");
-    p = put(p, end, n.klass);
-    p = putLiteral(p, end, "::");
-    p = put(p, end, n.function);
+    p = putFncName(p, end, n);
     if (trcRecTracePoint(record) != 0) {
         p = putLiteral(p, end, " (");
         p = putUnsigned(p, end, trcRecTracePoint(record));

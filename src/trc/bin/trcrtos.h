@@ -37,4 +37,10 @@ int trcRecToStr(const trcRecord_t* record, char* dest, int size, unsigned long n
 // trcRecToStr's when it would not fit. Returns dest.
 char* trcRecToFnc(const trcRecord_t* record, char* dest, int size);
 
+// The function of a record as the flow report names it, component (in a
+// column of four), class and function: "Core Reader::open". Written with a
+// terminating NUL at the start of dest of size bytes, cut to fit; returns
+// its length.
+int trcRecFncName(const trcRecord_t* record, char* dest, int size);
+
 #endif

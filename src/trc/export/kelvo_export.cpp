@@ -1,0 +1,84 @@
+// kelvo-export: the selected records of a trace as JSON in the Trace Event
+// Format for trace viewers, or with --csv as one CSV row per record.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "trcerror.h"
+#include "trcmsg.h"
+#include "trcxreports.h"
+
+namespace {
+
+constexpr int msgExistingFile = 119;
+constexpr int msgCannotCreate = 401;
+
+// The destination while it is written: a failure on the way removes it,
+// so that no partial file is left behind.
+const char* partial = nullptr;
+
+void removePartial()
+{
+    if (partial != nullptr) {
+        unlink(partial);
+        partial = nullptr;
+    }
+}
+
+int takeCsv(int, char** args, int at, void* context)
+{
+    if (std::strcmp(args[at], "--csv") == 0) {
+        *static_cast<bool*>(context) = true;
+        return 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    trcxUsageText = "Usage: kelvo-export [-m <mask>] [-p <pid>] [-x [first][-[last]]] [--csv] [<source> [<destination>]]";
+    trcxCommandLine(argc, argv);
+    bool csv = false;
+    trcxTrace_t t;
+    trcxParse(argc, argv, 2, takeCsv, &csv, &t);
+    const char* destination = t.options.destination;
+    if (destination != nullptr && trcFMayExist(destination)) {
+        trcxUsage(0, msgExistingFile);
+    }
+    trcxLoad(&t);
+    FILE* out = stdout;
+    const char* outName = "standard output";
+    if (destination != nullptr) {
+        // Created here and nowhere else: a file that appeared since the
+        // test above is left alone.
+        const int fd = open(destination, O_WRONLY | O_CREAT | O_EXCL, 0666);
+        out = fd < 0 ? nullptr : fdopen(fd, "w");
+        if (out == nullptr) {
+            trcError(std::exit, trcMsgGet(msgCannotCreate), destination);
+        }
+        partial = destination;
+        std::atexit(removePartial);
+        outName = destination;
+    }
+    trcxDictionary(&t);
+    trcxPrepare(&t);
+    trcxOut_t o;
+    trcxOutOpen(&o, out, outName);
+    if (csv) {
+        trcxWriteCsv(&t, &o);
+    } else {
+        trcxWriteJson(&t, &o);
+    }
+    trcxOutClose(&o);
+    trcxFinish(&t);
+    if (out != stdout && std::fclose(out) != 0) {
+        trcError(std::exit, trcMsgGet(403), outName);
+    }
+    partial = nullptr;
+    return 0;
+}
