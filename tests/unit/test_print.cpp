@@ -205,21 +205,24 @@ TEST(PrintPositional, FormatsBeyondTheLimits)
 }
 
 // Standard output and files get what was produced, whole however long, and
-// nothing at all if a character cannot be encoded in the locale.
+// up to a character that cannot be encoded in the locale.
 TEST(PrintStream, OutAndFilePrintWhatWasProduced)
 {
     using Printed = std::pair<std::string, int>;
     const wchar_t euro[] = {0x20ac, 0};
     const std::string big(3000, 'b'), edge(1023, 'e');
     const std::string bigText = "7:" + big + ":end";
+    // The Str operations give the length of what stands in the destination.
+    EXPECT_EQ(viaStr("ab%lsc", euro), "ab");
+    EXPECT_EQ(viaStr("ab%1$lsc", euro), "ab");
     for (bool toStdout : {true, false}) {
         SCOPED_TRACE(toStdout ? "trcPrintOut" : "trcPrintFile");
         EXPECT_EQ(printed(toStdout, "%2$s %1$d\n", 7, "text"), (Printed{"text 7\n", 7}));
         EXPECT_EQ(printed(toStdout, "plain %d\n", 3), (Printed{"plain 3\n", 8}));
         EXPECT_EQ(printed(toStdout, trcMsgGet(423), 12L, 1, 2, 3),
                   (Printed{"Records formatted       : 12     (pid: 1; tid: 2; node: 3)", 58}));
-        EXPECT_EQ(printed(toStdout, "before %1$ls after", euro), (Printed{"", -1}));
-        EXPECT_EQ(printed(toStdout, "before %ls after", euro), (Printed{"", -1}));
+        EXPECT_EQ(printed(toStdout, "before %1$ls after", euro), (Printed{"before ", 7}));
+        EXPECT_EQ(printed(toStdout, "before %ls after", euro), (Printed{"before ", 7}));
         EXPECT_EQ(printed(toStdout, "%2$d:%1$s:end", big.c_str(), 7), (Printed{bigText, 3006}));
         EXPECT_EQ(printed(toStdout, "%d:%s:end", 7, big.c_str()), (Printed{bigText, 3006}));
         // At the edge of a local buffer: 1023 and 1024 characters.

@@ -448,6 +448,11 @@ int printPositional(Sink& sink, const Pass& ps, va_list& ap)
         const Conversion& conv = ps.found[k];
         putLiteral(sink, at, ps.format + conv.start);
         if (!putConversion(sink, ps, conv, order, values)) {
+            // As the C library leaves it: the text up to the conversion
+            // that failed, terminated.
+            if (sink.size > 0) {
+                sink.dest[sink.length < sink.size ? sink.length : sink.size - 1] = '\0';
+            }
             return -1;
         }
         at = ps.format + conv.end;
@@ -482,12 +487,15 @@ int printInto(char* dest, std::size_t size, bool bounded, const char* format, va
 int printStream(FILE* stream, const char* format, va_list args)
 {
     char local[formatRoom];
+    local[0] = '\0';
     va_list ap;
     va_copy(ap, args);
     int length = trcPrintCoreN(local, sizeof local, format, ap);
     va_end(ap);
     if (length < 0) {
-        return -1;
+        // A conversion that failed part-way (a character the locale cannot
+        // encode): what was produced before it is printed.
+        return std::fprintf(stream, "%s", local);
     }
     if (static_cast<std::size_t>(length) < sizeof local) {
         return std::fprintf(stream, "%s", local);
@@ -518,11 +526,11 @@ int trcPrintCoreN(char* dest, std::size_t size, const char* format, va_list args
     return printInto(dest, size, true, format, args);
 }
 
+// The length of what stands in dest, also after a conversion that failed
+// part-way.
 int trcPrintStrVar(char* dest, const char* format, va_list args)
 {
-    if (printInto(dest, INT_MAX, false, format, args) < 0) {
-        return -1;
-    }
+    printInto(dest, INT_MAX, false, format, args);
     return static_cast<int>(std::strlen(dest));
 }
 
