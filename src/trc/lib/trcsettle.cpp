@@ -155,6 +155,10 @@ int32_t Settler::forward(int32_t x, int32_t stop, uint16_t lap)
             x += trcAligned(w);
             continue;
         }
+        // A writer that took this slot and did not finish it within the
+        // wait: the slot keeps its length, so a writer that resumes later
+        // still writes the same first and trailing words, and only the text
+        // of this record can change under a reader.
         if (isPending(w) && fits(x, pendingLength(w), limit)) {
             writeRecord(x, pendingLength(w), lap, functionRecordAbandoned, abandonedText);
             x += trcAligned(pendingLength(w));
