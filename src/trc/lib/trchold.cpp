@@ -1,6 +1,7 @@
 // Holding the trace for reading; see trchold.h.
 #include "trchold.h"
 
+#include "trcclock.h"
 #include "trcring.h"
 #include "trcsettle.h"
 
@@ -17,13 +18,6 @@ namespace {
 // writers count while the trace is held.
 constexpr uint64_t notAreaBits = uint64_t{0xFF} << 48 | lossBit;
 constexpr long pollNs = 1'000'000;
-
-int64_t monotonicNs()
-{
-    struct timespec now {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
-}
 
 void nap()
 {

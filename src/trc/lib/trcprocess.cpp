@@ -8,6 +8,7 @@
 // trcWriterIdle lets the callers answer their writes without entering the
 // library at all, and a watching thread reopens the way when a trace
 // appears.
+#include "trcclock.h"
 #include "trcexport.h"
 #include "trcprocess.h"
 
@@ -48,13 +49,6 @@ std::atomic<uint32_t> cachedPid{0};
 std::atomic<int32_t> processNode{-1};
 KELVO_FAST_TLS uint32_t cachedTid = 0;
 KELVO_FAST_TLS uint32_t threadCompanion = 0;
-
-int64_t coarseNowNs()
-{
-    struct timespec now {};
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
-}
 
 // Set while this process has a thread that watches for a trace.
 bool watching = false;
@@ -144,7 +138,7 @@ Live* probeWhenDue()
         return nullptr;
     }
     callsToClockRead = callsPerClockRead - 1;
-    int64_t now = coarseNowNs();
+    int64_t now = coarseNs();
     if (now < nextProbeNs.load(std::memory_order_relaxed))
         return nullptr;
     std::lock_guard<std::mutex> hold(probing);

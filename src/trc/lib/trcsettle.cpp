@@ -12,6 +12,7 @@
 // the facility, so that the tool's walk never meets a malformed record.
 #include "trcsettle.h"
 
+#include "trcclock.h"
 #include "trcfacrec.h"
 #include "trcring.h"
 
@@ -25,13 +26,6 @@ namespace {
 constexpr long pollNs = 50'000;
 constexpr char abandonedText[] = "record abandoned by its writer";
 constexpr char damagedText[] = "damaged records given up";
-
-int64_t monotonicNs()
-{
-    struct timespec now {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
-}
 
 class Settler {
 public:

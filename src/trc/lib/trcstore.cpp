@@ -7,6 +7,7 @@
 // the facility that says how many were lost and why.
 #include "trcstore.h"
 
+#include "trcclock.h"
 #include "trcfacrec.h"
 #include "trchold.h"
 #include "trcnative.h"
@@ -119,13 +120,6 @@ void writeRecord(Live& live, int32_t offset, uint16_t lap, const RecordSource& r
                         record.data,
                         record.length};
     ringWriteRecord(live, offset, lap, fields, length);
-}
-
-int64_t coarseNs()
-{
-    struct timespec now {};
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
 // A reader that died holding the trace would keep every write out: writers
