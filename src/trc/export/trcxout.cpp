@@ -141,6 +141,25 @@ std::size_t trcxUtf8Length(const unsigned char* t, std::size_t left)
     return n;
 }
 
+namespace {
+
+// The byte at i begins a character outside ASCII: copies it when it is
+// valid UTF-8, else puts U+FFFD for that one byte. Returns where the next
+// character begins.
+std::size_t putUtf8At(trcxOut_t* o, const char* text, std::size_t length, std::size_t i)
+{
+    const auto* t = reinterpret_cast<const unsigned char*>(text);
+    const std::size_t n = trcxUtf8Length(t + i, length - i);
+    if (n == 0) {
+        trcxPut(o, replacement);
+        return i + 1;
+    }
+    trcxPut(o, text + i, n);
+    return i + n;
+}
+
+}  // namespace
+
 void trcxPutJsonText(trcxOut_t* o, const char* text, std::size_t length)
 {
     static constexpr char hexDigits[] = "0123456789abcdef";
@@ -174,14 +193,7 @@ void trcxPutJsonText(trcxOut_t* o, const char* text, std::size_t length)
             }
             ++i;
         } else {
-            const std::size_t n = trcxUtf8Length(t + i, length - i);
-            if (n == 0) {
-                trcxPut(o, replacement);
-                ++i;
-            } else {
-                trcxPut(o, text + i, n);
-                i += n;
-            }
+            i = putUtf8At(o, text, length, i);
         }
     }
 }
@@ -210,14 +222,7 @@ void trcxPutCsvText(trcxOut_t* o, const char* text, std::size_t length)
             trcxPut(o, replacement);
             ++i;
         } else {
-            const std::size_t n = trcxUtf8Length(t + i, length - i);
-            if (n == 0) {
-                trcxPut(o, replacement);
-                ++i;
-            } else {
-                trcxPut(o, text + i, n);
-                i += n;
-            }
+            i = putUtf8At(o, text, length, i);
         }
     }
     trcxPutChar(o, '"');
