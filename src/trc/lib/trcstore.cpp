@@ -13,6 +13,7 @@
 #include "trcnative.h"
 #include "trcprocess.h"
 #include "trcring.h"
+#include "trcstamp.h"
 
 #include <kelvo/facility.h>
 
@@ -30,29 +31,7 @@ namespace {
 constexpr int32_t rcBytes = 4;
 constexpr int64_t sweepIntervalNs = 100'000'000;
 
-struct Stamp {
-    int32_t sec;
-    int32_t nsec;
-};
-
-KELVO_FAST_TLS int32_t lastSec = 0;
-KELVO_FAST_TLS int32_t lastNsec = 0;
 std::atomic<int64_t> nextSweepNs{0};
-
-// The real time, never earlier than the thread's record before: the clock
-// may be set back, the order of one thread's records may not.
-Stamp stampNow()
-{
-    struct timespec now {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    auto sec = static_cast<int32_t>(now.tv_sec);
-    auto nsec = static_cast<int32_t>(now.tv_nsec);
-    if (sec < lastSec || (sec == lastSec && nsec < lastNsec))
-        return Stamp{lastSec, lastNsec};
-    lastSec = sec;
-    lastNsec = nsec;
-    return Stamp{sec, nsec};
-}
 
 bool isSevereEvent(unsigned event) { return event >= 1 && event <= 4; }
 
