@@ -253,26 +253,47 @@ int storeAfterLoss(Live& live, const RecordSource& record, int32_t length, bool 
     return 0;
 }
 
+// The ring word this thread expects: the one its last place left. A thread
+// alone finds it right and takes its place without reading the word first;
+// among others, the failed swap brings the word and its line in one step.
+KELVO_FAST_TLS uint64_t expectedRing;
+
+// True when `word` lets a record of `aligned` bytes go straight behind the
+// end mark: no flag, no hold, room left in the end mark's segment.
+bool fitsQuickly(const Live& live, uint64_t word, int32_t aligned)
+{
+    constexpr uint64_t anyFlag = uint64_t{0xFF} << 48 | closedBit | fullBit | lossBit;
+    auto end = static_cast<uint32_t>(word);
+    if ((word & anyFlag) != 0 || end >= static_cast<uint32_t>(live.bufferSize) || end % 4 != 0)
+        return false;
+    uint32_t segmentEnd = (end & ~static_cast<uint32_t>(live.segmentSize - 1)) + static_cast<uint32_t>(live.segmentSize);
+    return static_cast<uint32_t>(aligned) + 4 <= segmentEnd - end;
+}
+
 // The common case on the raw ring word: nobody holds the trace, nothing to
 // report, and the record fits behind the end mark in its segment. False
 // when the general way must decide.
 bool reserveQuickly(Live& live, int32_t aligned, Placement& out, uint16_t& lap)
 {
-    constexpr uint64_t anyFlag = uint64_t{0xFF} << 48 | closedBit | fullBit | lossBit;
-    uint64_t word = loadRing(live);
+    uint64_t word = expectedRing;
+    bool guessed = true;
     for (;;) {
-        auto end = static_cast<uint32_t>(word);
-        if ((word & anyFlag) != 0 || end >= static_cast<uint32_t>(live.bufferSize) || end % 4 != 0)
-            return false;
-        uint32_t segmentEnd = (end & ~static_cast<uint32_t>(live.segmentSize - 1)) + static_cast<uint32_t>(live.segmentSize);
-        if (static_cast<uint32_t>(aligned) + 4 > segmentEnd - end)
-            return false;
-        if (casRing(live, word, word + static_cast<uint32_t>(aligned))) {
-            out.at = static_cast<int32_t>(end);
+        if (!fitsQuickly(live, word, aligned)) {
+            if (!guessed)
+                return false;
+            word = loadRing(live);
+            guessed = false;
+            continue;
+        }
+        uint64_t next = word + static_cast<uint32_t>(aligned);
+        if (casRing(live, word, next)) {
+            expectedRing = next;
+            out.at = static_cast<int32_t>(static_cast<uint32_t>(word));
             out.fillerSize = 0;
             lap = static_cast<uint16_t>(word >> 32);
             return true;
         }
+        guessed = false;
     }
 }
 
