@@ -13,12 +13,11 @@
 #include <set>
 #include <sstream>
 
-#include "../lib/libtest.h"
+#include "libtest.h"
 #include "export_support.h"
 #include "trcmsg.h"
 
 using namespace kelvotest;
-using namespace exporttest;
 
 namespace {
 
@@ -324,12 +323,12 @@ TEST(Export, MessagesOfOptionsAndLoadingAreThoseOfFmt)
 // "-" reads the live trace under the semaphore, as fmt does, and lets it go.
 TEST(ExportLive, TheLiveTraceIsReadAsFmtReadsIt)
 {
-    libtest::Instance instance;
+    kelvotest::Instance instance;
     ExportDir d;
     d.instance = instance.name();
-    libtest::OnArgs on;
+    kelvotest::OnArgs on;
     on.flags |= TRC_OPTION_T;
-    ASSERT_EQ(libtest::turnOn(on), 0);
+    ASSERT_EQ(kelvotest::turnOn(on), 0);
     ASSERT_EQ(trcWrite(1, TRC_EVENT_API_ENTRY, 1, 1, 1, 0, nullptr, nullptr, 0), 0);
     ASSERT_EQ(trcWritef(1, TRC_EVENT_API_PRINTF, 1, 1, 1, 0, nullptr, "n=%d", 5), 0);
     ASSERT_EQ(trcWriteRc(1, TRC_EVENT_API_EXIT, 1, 1, 1, 0, nullptr, -1), 0);

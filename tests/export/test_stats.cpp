@@ -7,7 +7,6 @@
 #include "trcmsg.h"
 
 using namespace kelvotest;
-using namespace exporttest;
 
 namespace {
 

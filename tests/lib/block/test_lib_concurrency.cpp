@@ -1,0 +1,207 @@
+// Writers in several processes and threads, readers that dump and clear
+// meanwhile, and writers that die at any moment.
+#include "libtest.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <atomic>
+#include <map>
+#include <thread>
+
+using namespace kelvotest;
+
+namespace {
+
+// 200,000 records in all from two processes of two threads.
+constexpr uint32_t recordsPerThread = 50000;
+
+int writePattern(uint32_t n)
+{
+    std::string text = patternText(n);
+    return trcWrite(1, 30, 2, 3, 4, 5, nullptr, text.data(), static_cast<unsigned>(text.size()));
+}
+
+// Writes `count` records in each of two threads; returns how many were
+// stored, or -1 when a write failed. A write that a reader kept out is no
+// failure: it is dropped and counted.
+int64_t writeInTwoThreads(uint32_t count)
+{
+    std::atomic<int64_t> stored{0};
+    std::atomic<bool> failed{false};
+    auto writer = [&] {
+        for (uint32_t n = 0; n < count; ++n) {
+            int rc = writePattern(n);
+            stored += rc == 0;
+            failed = failed || rc < 0;
+        }
+    };
+    std::thread a(writer), b(writer);
+    a.join();
+    b.join();
+    return failed ? -1 : stored.load();
+}
+
+// Records of the facility itself: losses, and slots given up.
+bool isFacilityRecord(const Found& f)
+{
+    return f.ids[0] == 255;
+}
+
+// Every record whole, a pattern record or one of the facility, and each
+// writer's numbers and time stamps rising.
+void checkDump(const Walked& w)
+{
+    ASSERT_TRUE(w.complete);
+    std::map<std::pair<uint32_t, uint32_t>, int64_t> last;
+    std::map<std::pair<uint32_t, uint32_t>, int64_t> lastTime;
+    for (const Found& f : w.records) {
+        int64_t t = int64_t{f.head.sec} * 1'000'000'000 + f.head.nsec;
+        auto [it, first] = lastTime.try_emplace({f.head.pid, f.head.tid}, t);
+        ASSERT_TRUE(f.head.sec != 0 && (first || t >= it->second)) << t << " after " << it->second;
+        it->second = t;
+    }
+    for (const Found& f : w.records) {
+        if (isFacilityRecord(f)) {
+            ASSERT_TRUE(f.whole);
+            continue;
+        }
+        int64_t n = patternNumber(f.data);
+        ASSERT_TRUE(f.whole && n >= 0) << f.data.size();
+        auto [it, first] = last.try_emplace({f.head.pid, f.head.tid}, n);
+        ASSERT_TRUE(first || n > it->second) << n << " after " << it->second;
+        it->second = n;
+    }
+}
+
+} // namespace
+
+TEST(LibConcurrency, TwoProcessesOfTwoThreadsWhileDumpingAndClearing)
+{
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.bufferSize = 65536 * 4;
+    ASSERT_EQ(turnOn(args), 0);
+    for (int i = 0; i < 2; ++i)
+        if (fork() == 0)
+            _exit(writeInTwoThreads(recordsPerThread) < 0 ? 1 : 0);
+    for (int dumps = 1, running = 2; running > 0 && !HasFatalFailure(); ++dumps) {
+        checkDump(dumpAndWalk(dir));
+        if (dumps % 3 == 0) {
+            EXPECT_EQ(trcClear(0), 0);
+        }
+        int status = 0;
+        if (waitpid(-1, &status, WNOHANG) > 0) {
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+            --running;
+        }
+    }
+    checkDump(dumpAndWalk(dir));
+}
+
+// Over a run with readers that take and let go of the trace all along, the
+// records stored and the records the facility counted as lost add up to
+// the records written.
+TEST(LibConcurrency, StoredAndLostRecordsAddUpToTheRecordsWritten)
+{
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.bufferSize = 65536 * 256;   // nothing is overwritten
+    ASSERT_EQ(turnOn(args), 0);
+    constexpr uint32_t perThread = 20000;
+    int report[2];
+    ASSERT_EQ(pipe(report), 0);
+    for (int i = 0; i < 2; ++i) {
+        if (fork() == 0) {
+            int64_t stored = writeInTwoThreads(perThread);
+            _exit(write(report[1], &stored, sizeof stored) == sizeof stored ? 0 : 1);
+        }
+    }
+    int64_t storedByWriters = 0;
+    for (int running = 2; running > 0;) {
+        trcSemP();
+        usleep(200);
+        trcSemV();
+        int status = 0;
+        if (waitpid(-1, &status, WNOHANG) > 0) {
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+            int64_t stored = -1;
+            ASSERT_EQ(read(report[0], &stored, sizeof stored), static_cast<ssize_t>(sizeof stored));
+            storedByWriters += stored;
+            --running;
+        }
+    }
+    close(report[0]);
+    close(report[1]);
+    // One more record brings the report of the last losses with it.
+    ASSERT_EQ(writePattern(0), 0);
+    Walked w = dumpAndWalk(dir);
+    checkDump(w);
+    int64_t patterns = 0, lost = 0;
+    for (const Found& f : w.records) {
+        unsigned n = 0;
+        if (!isFacilityRecord(f))
+            ++patterns;
+        else if (std::sscanf(f.data.c_str(), "lost %u record", &n) == 1)
+            lost += n;
+    }
+    EXPECT_EQ(patterns, storedByWriters + 1);
+    EXPECT_GT(lost, 0);
+    EXPECT_EQ(patterns - 1 + lost, int64_t{4} * perThread);
+}
+
+TEST(LibConcurrency, HolderOfTheSemaphoreKilled)
+{
+    Instance instance;
+    TempDir dir;
+    ASSERT_EQ(turnOn(OnArgs{}), 0);
+    ASSERT_EQ(writePattern(0), 0);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t holder = fork();
+    if (holder == 0) {
+        trcSemP();
+        (void)!write(ready[1], "x", 1);
+        for (;;)
+            pause();
+    }
+    char c = 0;
+    ASSERT_EQ(read(ready[0], &c, 1), 1);
+    kill(holder, SIGKILL);
+    waitpid(holder, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+    EXPECT_EQ(writePattern(1), 0);
+    Walked w = dumpAndWalk(dir);
+    checkDump(w);
+    EXPECT_EQ(w.records.size(), 2u);
+    EXPECT_EQ(trcSemP(), 0);
+    EXPECT_EQ(trcSemV(), 0);
+}
+
+TEST(LibConcurrency, WritersKilledAtAnyMomentLeaveAReadableTrace)
+{
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.bufferSize = 65536 * 2;
+    ASSERT_EQ(turnOn(args), 0);
+    for (uint32_t round = 0; round < 30 && !HasFatalFailure(); ++round) {
+        SCOPED_TRACE(round);
+        pid_t writer = fork();
+        if (writer == 0)
+            for (uint32_t n = 0;; ++n)  // until killed
+                writePattern(n);
+        usleep(2000 + round * 997 % 20000);
+        kill(writer, SIGKILL);
+        waitpid(writer, nullptr, 0);
+        ASSERT_EQ(writePattern(round), 0);
+        Walked w = dumpAndWalk(dir);
+        checkDump(w);
+        ASSERT_FALSE(w.records.empty());
+        EXPECT_EQ(w.records.back().data, patternText(round));
+    }
+}

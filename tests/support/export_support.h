@@ -1,0 +1,70 @@
+// Helpers of the kelvo-export and kelvo-stats tests: a directory with a
+// .tfi file, records with time stamps, and runs of the two programs and of
+// the JSON checker.
+#ifndef KELVO_TESTS_EXPORT_SUPPORT_H
+#define KELVO_TESTS_EXPORT_SUPPORT_H
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "run_tool.h"
+#include "trace_image.h"
+
+namespace kelvotest {
+
+// Product 1 is Alpha; component Core 1 has class Reader with open (1),
+// close (2) and read (3).
+struct ExportDir {
+    kelvotest::TempDir dir;
+    std::string instance = "exporttest-none-" + std::to_string(getpid());
+    ExportDir() { dir.write("a.tfi", "tfiversion 1 bldlvl \"x\" product Alpha 1 component Core 1 class Reader open close read\n"); }
+    std::string save(const kelvotest::TraceImage& img, const std::string& name = "t.bin") const
+    {
+        kelvotest::traceImageSave(img, dir.file(name));
+        return dir.file(name);
+    }
+    kelvotest::RunResult run(const std::string& program, const std::vector<std::string>& args) const
+    {
+        std::vector<std::string> argv{program};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return kelvotest::runProgram(program, argv,
+                                     {{"TRCTFIDIR", dir.path()}, {"KELVO_HOME", std::nullopt}, {"KELVO_INSTANCE", instance}},
+                                     dir.path());
+    }
+    kelvotest::RunResult exportTrace(const std::vector<std::string>& args) const { return run(KELVO_EXPORT_PATH, args); }
+    kelvotest::RunResult stats(const std::vector<std::string>& args) const { return run(KELVO_STATS_PATH, args); }
+    // The canonical lines of the checker for a JSON file; fails the test
+    // if the checker refuses it.
+    std::string checked(const std::string& path) const
+    {
+        const kelvotest::RunResult r =
+            kelvotest::runProgram("/usr/bin/env", {"env", "python3", KELVO_JSON_CHECKER, path});
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.status, 0);
+        return r.out;
+    }
+};
+
+// A record of thread tid of process 100 at 100 s and ns nanoseconds (no
+// time stamp with ns < 0); exits and error returns carry rc.
+inline kelvotest::TraceRecordFields at(long ns, uint8_t event, uint8_t function, uint32_t tid = 1, int32_t rc = 0,
+                                       const std::string& text = "")
+{
+    kelvotest::TraceRecordFields f;
+    f.event = event, f.function = function, f.tid = tid, f.tracePoint = 0;
+    if (ns >= 0) {
+        f.sec = 100, f.nsec = static_cast<int32_t>(ns);
+    }
+    if ((event >= 10 && event <= 14) || event == 23) {
+        f.rc = rc;
+    }
+    f.data = text;
+    return f;
+}
+
+}  // namespace kelvotest
+
+#endif
