@@ -8,13 +8,11 @@
 #include <cstring>
 
 #include "trcerror.h"
+#include "trcmsgid.h"
 #include "trcmsg.h"
 #include "trcxreports.h"
 
 namespace {
-
-constexpr int msgExistingFile = 119;
-constexpr int msgCannotCreate = 401;
 
 // The destination while it is written: a failure on the way removes it,
 // so that no partial file is left behind.
@@ -59,7 +57,7 @@ int main(int argc, char** argv)
         const int fd = open(destination, O_WRONLY | O_CREAT | O_EXCL, 0666);
         out = fd < 0 ? nullptr : fdopen(fd, "w");
         if (out == nullptr) {
-            trcError(std::exit, trcMsgGet(msgCannotCreate), destination);
+            trcFail(trcMsgGet(msgCannotCreate), destination);
         }
         partial = destination;
         std::atexit(removePartial);
@@ -77,7 +75,7 @@ int main(int argc, char** argv)
     trcxOutClose(&o);
     trcxFinish(&t);
     if (out != stdout && std::fclose(out) != 0) {
-        trcError(std::exit, trcMsgGet(403), outName);
+        trcFail(trcMsgGet(msgCannotWrite), outName);
     }
     partial = nullptr;
     return 0;

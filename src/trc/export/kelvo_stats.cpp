@@ -7,12 +7,11 @@
 #include <cstring>
 
 #include "trcerror.h"
+#include "trcmsgid.h"
 #include "trcmsg.h"
 #include "trcxreports.h"
 
 namespace {
-
-constexpr int msgEndOfArgs = 101;
 
 struct statsOptions {
     trcxSortKey_t sortKey = trcxByTotal;
@@ -39,7 +38,7 @@ int takeOption(int count, char** args, int at, void* context)
         return 0;
     }
     if (at + 1 >= count) {
-        trcxUsage(0, msgEndOfArgs);
+        trcxUsage(0, msgEndOfArguments);
     }
     const char* value = args[at + 1];
     if (sort) {

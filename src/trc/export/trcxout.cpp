@@ -1,5 +1,6 @@
 // Buffered output and the escaping of record texts for JSON and CSV.
 #include "trcxout.h"
+#include "trcmsgid.h"
 
 #include <cstdlib>
 
@@ -8,9 +9,6 @@
 #include "trcmsg.h"
 
 namespace {
-
-constexpr int msgCannotWrite = 403;
-constexpr int msgNoTextMemory = 409;
 constexpr std::size_t bufferSize = 1 << 18;
 constexpr char replacement[] = "\xEF\xBF\xBD";  // U+FFFD
 

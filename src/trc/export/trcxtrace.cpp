@@ -2,6 +2,7 @@
 // parser, loader, dictionary, walk and index, driven the way fmt drives
 // them, with standard output left to the report.
 #include "trcxtrace.h"
+#include "trcmsgid.h"
 
 #include <cctype>
 #include <cstdlib>
@@ -13,10 +14,6 @@
 #include "trcwalk.h"
 
 namespace {
-
-constexpr int msgNoDictionary = 407;
-constexpr int msgCorrupt = 421;
-constexpr int msgNoTextMemory = 409;
 
 }  // namespace
 
@@ -95,7 +92,7 @@ static void findStamps(trcxTrace_t* t)
 void trcxDictionary(trcxTrace_t* t)
 {
     if (trcRecToStrInit(t->header) != 0) {
-        trcError(std::exit, trcMsgGet(msgNoDictionary));
+        trcFail(trcMsgGet(msgNoDictionary));
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kelvo/facility.h"
+#include "trcmsgid.h"
 #include "trc.h"
 #include "trcentry.h"
 #include "trcerror.h"
@@ -14,17 +15,12 @@
 
 namespace {
 
-constexpr int usageChg = 1;
-constexpr int msgIncorrectOption = 102;
-constexpr int msgTraceOff = 204;
-constexpr int msgUnexpected = 417;
-
 [[noreturn]] void reportChgFailure()
 {
     if (errno == ENOENT) {
-        trcError(std::exit, trcMsgGet(msgTraceOff));
+        trcFail(trcMsgGet(msgChangeOff));
     } else {
-        trcErrorSys(std::exit, trcMsgGet(msgUnexpected));
+        trcFailSys(trcMsgGet(msgUnexpected));
     }
     std::exit(1);
 }
@@ -55,7 +51,7 @@ void copyFromHeader(const trcHeader_t* header, trcTraceParams_t* p)
 int mainChg(int count, char** args)
 {
     if (count < 2 || std::strcmp(args[1], "help") == 0) {
-        usage(usageChg, -1);
+        usage(msgUsageChg, -1);
     }
     // Attached before the options are read: with no trace there is nothing
     // to change, whatever the command line says.
@@ -66,8 +62,8 @@ int mainChg(int count, char** args)
     trcTraceParams_t params;
     copyFromHeader(header, &params);
     for (int at = 1; at < count;) {
-        if (!trcParseSharedOption(count, args, &at, usageChg, &params)) {
-            usage(usageChg, msgIncorrectOption);
+        if (!trcParseSharedOption(count, args, &at, msgUsageChg, &params)) {
+            usage(msgUsageChg, msgIncorrectOption);
         }
     }
     const trcTraceParams_t& p = params;

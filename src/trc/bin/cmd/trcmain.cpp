@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "trcmsgid.h"
 #include "trc.h"
 #include "trcentry.h"
 #include "trcerror.h"
@@ -145,18 +146,18 @@ int main(int argc, char** argv)
 {
     if (argc < 2) {
         trcErrorName(argv[0]);
-        usage(0, -1);
+        usage(msgUsageKelvo, -1);
     }
     lowerCommandLine(argc, argv);
     trcErrorName(argv[0]);
 
     const char* word = argv[1];
     if (std::strcmp(word, "help") == 0) {
-        usage(0, -1);
+        usage(msgUsageKelvo, -1);
     }
     const trcCommand_t* entry = findCommand(word);
     if (entry == nullptr) {
-        usage(0, 102);
+        usage(msgUsageKelvo, msgIncorrectOption);
     }
     if (entry->command == onCommand) {
         becomeServiceAccount();

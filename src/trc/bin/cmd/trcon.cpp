@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kelvo/facility.h"
+#include "trcmsgid.h"
 #include "trc.h"
 #include "trcentry.h"
 #include "trcerror.h"
@@ -14,20 +15,6 @@
 #include "trcopts.h"
 
 namespace {
-
-constexpr int usageOn = 8;
-constexpr int msgEndOfArguments = 101;
-constexpr int msgIncorrectOption = 102;
-constexpr int msgBufferSize = 106;
-constexpr int msgFileNameTooLong = 114;
-constexpr int msgInitialWithNative = 115;
-constexpr int msgSizeWithNative = 116;
-constexpr int msgAlreadyOn = 205;
-constexpr int msgTurnedOn = 336;
-constexpr int msgTimedOut = 408;
-constexpr int msgNoResources = 414;
-constexpr int msgUnexpected = 417;
-constexpr int msgMmioAlone = 419;
 
 constexpr int statusAlreadyOn = 123;
 constexpr long defaultBufferSize = 0x100000;
@@ -75,7 +62,7 @@ void readRetention(int count, char** args, int* at, uint32_t bit, trcOnArgs_t* o
     if (*at < count && args[*at][0] != '-') {
         on->bufferSize = strToLong(args[*at]);
         if (on->bufferSize == -1) {
-            usage(usageOn, msgBufferSize);
+            usage(msgUsageOn, msgIncorrectBufferSize);
         }
         *at += 1;
     }
@@ -84,11 +71,11 @@ void readRetention(int count, char** args, int* at, uint32_t bit, trcOnArgs_t* o
 void readFileName(int count, char** args, int* at, trcOnArgs_t* on)
 {
     if (*at + 1 >= count) {
-        usage(usageOn, msgEndOfArguments);
+        usage(msgUsageOn, msgEndOfArguments);
     }
     on->fileName = args[*at + 1];
     if (std::strlen(on->fileName) >= fileNameLimit) {
-        usage(usageOn, msgFileNameTooLong);
+        usage(msgUsageOn, msgFileNameTooLong);
     }
     on->params.flags |= TRC_DEST_FILE;
     *at += 2;
@@ -121,7 +108,7 @@ bool readSwitch(const char* word, trcOnArgs_t* on)
 void readOption(int count, char** args, int* at, trcOnArgs_t* on)
 {
     const char* word = args[*at];
-    if (trcParseSharedOption(count, args, at, usageOn, &on->params)) {
+    if (trcParseSharedOption(count, args, at, msgUsageOn, &on->params)) {
         return;
     }
     if (std::strcmp(word, "-f") == 0) {
@@ -133,7 +120,7 @@ void readOption(int count, char** args, int* at, trcOnArgs_t* on)
     } else if (readSwitch(word, on)) {
         *at += 1;
     } else {
-        usage(usageOn, msgIncorrectOption);
+        usage(msgUsageOn, msgIncorrectOption);
     }
 }
 
@@ -145,18 +132,18 @@ void resolveUnsized(trcOnArgs_t* on)
 {
     const uint32_t flags = on->params.flags;
     if (flags & TRC_KEEP_INITIAL) {
-        usage(usageOn, msgInitialWithNative);
+        usage(msgUsageOn, msgInitialWithNative);
     }
     if (flags & TRC_DEST_MMIO) {
         if ((flags & (TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE)) || on->bufferSize > 0) {
-            usage(usageOn, msgMmioAlone);
+            usage(msgUsageOn, msgMmioAlone);
         }
         if (on->bufferSize == 0) {
-            usage(usageOn, msgSizeWithNative);
+            usage(msgUsageOn, msgSizeWithNative);
         }
         on->bufferSize = 0;
     } else if (on->bufferSize != sizeNotGiven) {
-        usage(usageOn, msgSizeWithNative);
+        usage(msgUsageOn, msgSizeWithNative);
     }
 }
 
@@ -181,19 +168,19 @@ int reportOnFailure()
 {
     switch (errno) {
     case EAGAIN:
-        trcError(std::exit, trcMsgGet(msgTimedOut));
+        trcFail(trcMsgGet(msgTimedOut));
         break;
     case ENOMEM:
-        trcError(std::exit, trcMsgGet(msgNoResources));
+        trcFail(trcMsgGet(msgNoResources));
         break;
     case EEXIST:
         // No exit here: the command ends with a status of its own.
         trcError(nullptr, trcMsgGet(msgAlreadyOn));
         return statusAlreadyOn;
     case EINVAL:
-        usage(usageOn, msgBufferSize);
+        usage(msgUsageOn, msgIncorrectBufferSize);
     default:
-        trcErrorSys(std::exit, trcMsgGet(msgUnexpected));
+        trcFailSys(trcMsgGet(msgUnexpected));
         break;
     }
     return 1;
@@ -218,7 +205,7 @@ int startTrace(const trcOnArgs_t& on)
 int mainOn(int count, char** args)
 {
     if (count == 2 && std::strcmp(args[1], "help") == 0) {
-        usage(usageOn, -1);
+        usage(msgUsageOn, -1);
     }
     trcOnArgs_t on;
     setDefaults(&on);

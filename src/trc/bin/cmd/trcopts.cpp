@@ -1,6 +1,7 @@
 // The options that `on` and `chg` share: each one word with one value,
 // tested and stored by a small setter of its own.
 #include "trcopts.h"
+#include "trcmsgid.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -11,17 +12,6 @@
 #include "trcmask.h"
 
 namespace {
-
-constexpr int msgEndOfArguments = 101;
-constexpr int msgMask = 103;
-constexpr int msgSevereErrors = 104;
-constexpr int msgRecordSize = 105;
-constexpr int msgPid = 108;
-constexpr int msgCpid = 109;
-constexpr int msgReturnCode = 110;
-constexpr int msgCrashMask = 117;
-constexpr int msgThisPointer = 118;
-constexpr int msgPauseAttrib = 424;
 
 constexpr int largestRecord = 32768;
 
@@ -120,16 +110,16 @@ struct trcSharedOption_t {
 };
 
 const trcSharedOption_t sharedOptions[] = {
-    {"-m", msgMask, setMask},
-    {"-p", msgPid, setPid},
-    {"-c", msgCpid, setCpid},
-    {"-rc", msgReturnCode, setReturnCode},
-    {"-e", msgSevereErrors, setSevereErrors},
-    {"-r", msgRecordSize, setRecordSize},
-    {"-crash", msgCrashMask, setCrashMask},
-    {"-pause_mask", msgMask, setPauseMask},
-    {"-pause_attrib", msgPauseAttrib, setPauseAttrib},
-    {"-this", msgThisPointer, setThisPointer},
+    {"-m", msgIncorrectMask, setMask},
+    {"-p", msgIncorrectPid, setPid},
+    {"-c", msgIncorrectCpid, setCpid},
+    {"-rc", msgIncorrectReturnCode, setReturnCode},
+    {"-e", msgIncorrectMaxSevereErrors, setSevereErrors},
+    {"-r", msgIncorrectMaxRecordSize, setRecordSize},
+    {"-crash", msgIncorrectCrashMask, setCrashMask},
+    {"-pause_mask", msgIncorrectMask, setPauseMask},
+    {"-pause_attrib", msgIncorrectPauseAttrib, setPauseAttrib},
+    {"-this", msgIncorrectThisPointer, setThisPointer},
 };
 
 const trcSharedOption_t* findSharedOption(const char* word)

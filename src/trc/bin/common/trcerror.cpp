@@ -5,9 +5,11 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "trcmsg.h"
+#include "trcmsgid.h"
 
 const char* trcPgmName = "???";
 
@@ -30,9 +32,9 @@ static int negated(int value)
 static void printErrnoLine(int savedErrno)
 {
     if (savedErrno > 0) {
-        std::printf(trcMsgGet(415), savedErrno);
+        std::printf(trcMsgGet(msgLibraryErrno), savedErrno);
     } else if (savedErrno < 0) {
-        std::printf(trcMsgGet(416), negated(savedErrno));
+        std::printf(trcMsgGet(msgSystemErrno), negated(savedErrno));
     }
     std::printf("\n");
 }
@@ -66,4 +68,22 @@ void trcErrorSys(trcExitFunction_t exitFunction, const char* format, ...)
     va_start(args, format);
     handleError(1, exitFunction, format, args);
     va_end(args);
+}
+
+void trcFail(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    handleError(0, nullptr, format, args);
+    va_end(args);
+    std::exit(1);
+}
+
+void trcFailSys(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    handleError(1, nullptr, format, args);
+    va_end(args);
+    std::exit(1);
 }

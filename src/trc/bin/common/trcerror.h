@@ -23,4 +23,9 @@ void trcError(trcExitFunction_t exitFunction, const char* format, ...);
 // empty line for zero.
 void trcErrorSys(trcExitFunction_t exitFunction, const char* format, ...);
 
+// trcError and trcErrorSys that end the process with status 1: the way for
+// a command to report a failure it does not go on from.
+[[noreturn]] void trcFail(const char* format, ...);
+[[noreturn]] void trcFailSys(const char* format, ...);
+
 #endif

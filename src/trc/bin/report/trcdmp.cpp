@@ -11,21 +11,13 @@
 #include <cstring>
 
 #include "kelvo/facility.h"
+#include "trcmsgid.h"
 #include "trc.h"
 #include "trcentry.h"
 #include "trcerror.h"
 #include "trcmsg.h"
 
 namespace {
-
-constexpr int usageDmp = 3;
-constexpr int msgExistingFile = 119;
-constexpr int msgDumpOff = 203;
-constexpr int msgDumpNotShared = 208;
-constexpr int msgCannotCreate = 401;
-constexpr int msgCannotClose = 404;
-constexpr int msgUnexpected = 417;
-constexpr int msgDiskFull = 420;
 
 // Whatever the existence test cannot show to be absent counts as present,
 // a directory that may not be searched included.
@@ -60,16 +52,16 @@ void reportDumpFailure(int error)
     errno = error;
     switch (error) {
     case ENOENT:
-        trcError(std::exit, trcMsgGet(msgDumpOff));
+        trcFail(trcMsgGet(msgDumpOff));
         break;
     case EINVAL:
-        trcError(std::exit, trcMsgGet(msgDumpNotShared));
+        trcFail(trcMsgGet(msgDumpNotShared));
         break;
     case ENOSPC:
-        trcError(std::exit, trcMsgGet(msgDiskFull));
+        trcFail(trcMsgGet(msgDiskFull));
         break;
     default:
-        trcErrorSys(std::exit, trcMsgGet(msgUnexpected));
+        trcFailSys(trcMsgGet(msgUnexpected));
         break;
     }
 }
@@ -79,16 +71,15 @@ void reportDumpFailure(int error)
 int mainDmp(int count, char** args)
 {
     if (count != 2 || std::strcmp(args[1], "help") == 0) {
-        usage(usageDmp, -1);
+        usage(msgUsageDmp, -1);
     }
     const char* destination = args[1];
     if (mayExist(destination)) {
-        usage(usageDmp, msgExistingFile);
+        usage(msgUsageDmp, msgExistingFile);
     }
     const int32_t handle = createDump(destination);
     if (handle == -1) {
-        trcError(std::exit, trcMsgGet(msgCannotCreate), destination);
-        return 1;
+        trcFail(trcMsgGet(msgCannotCreate), destination);
     }
     if (trcDump(0, handle) != 0) {
         // The file goes before the failure is told, so that the same
@@ -103,8 +94,7 @@ int mainDmp(int count, char** args)
         return 1;
     }
     if (trcFileDetach(handle) == -1) {
-        trcError(std::exit, trcMsgGet(msgCannotClose), destination);
-        return 1;
+        trcFail(trcMsgGet(msgCannotClose), destination);
     }
     return 0;
 }

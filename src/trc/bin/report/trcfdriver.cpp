@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "kelvo/facility.h"
+#include "trcmsgid.h"
 #include "trcentry.h"
 #include "trcerror.h"
 #include "trcf.h"
@@ -23,33 +24,11 @@
 
 namespace {
 
-constexpr int usageFmt = 5;
-constexpr int msgTooMany = 100;
-constexpr int msgEndOfArgs = 101;
-constexpr int msgBadOption = 102;
-constexpr int msgBadMask = 103;
-constexpr int msgBadPid = 108;
-constexpr int msgBadOnly = 111;
-constexpr int msgBadFirst = 112;
-constexpr int msgBadLast = 113;
-constexpr int msgExistingFile = 119;
-constexpr int msgTruncated = 300;
-constexpr int msgWrapped = 301;
-constexpr int msgSize = 302;
-constexpr int msgRecords = 303;
-constexpr int msgFormatted = 304;
-constexpr int msgYes = 323;
-constexpr int msgNo = 324;
-constexpr int msgCannotCreate = 401;
-constexpr int msgCannotWrite = 403;
-constexpr int msgNoDictionary = 407;
-constexpr int msgNoIndexMemory = 412;
 constexpr int outputBufferSize = 16384;
 constexpr int maxThreads = 50;
 
 // Whether the trace semaphore is held, so that a failure releases it.
 bool semaphoreHeld = false;
-
 
 // The numbers of -x grow without bound in the text; they stop at INT_MAX,
 // which lies behind every record.
@@ -79,13 +58,13 @@ void parseRange(const char* text, fOptions_t* o, const trcFParse_t* how)
                 o->firstRecord = state == start ? *c - '0' : addDigit(o->firstRecord, *c);
                 state = inFirst;
             } else {
-                how->usage(how->usageMessage, std::strchr(c, '-') != nullptr ? msgBadFirst : msgBadOnly);
+                how->usage(how->usageMessage, std::strchr(c, '-') != nullptr ? msgIncorrectFirstRecord : msgIncorrectOnlyRecord);
             }
             break;
         case afterDash:
         case inLast:
             if (!isDigit(*c)) {
-                how->usage(how->usageMessage, msgBadLast);
+                how->usage(how->usageMessage, msgIncorrectLastRecord);
             }
             o->lastRecord = state == afterDash ? *c - '0' : addDigit(o->lastRecord, *c);
             state = inLast;
@@ -105,7 +84,7 @@ long parsePid(const char* text, const trcFParse_t* how)
     errno = 0;
     long long value = std::strtoll(text, &end, 0);
     if (*end != '\0') {
-        how->usage(how->usageMessage, msgBadPid);
+        how->usage(how->usageMessage, msgIncorrectPid);
     }
     if (value > INT32_MAX) {
         value = INT32_MAX;
@@ -127,14 +106,14 @@ void parseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o)
         const bool takesValue =
             std::strcmp(word, "-p") == 0 || std::strcmp(word, "-m") == 0 || std::strcmp(word, "-x") == 0;
         if (takesValue && i + 1 >= count) {
-            how->usage(usageMessage, msgEndOfArgs);
+            how->usage(usageMessage, msgEndOfArguments);
         }
         int used = 0;
         if (std::strcmp(word, "-p") == 0) {
             o->pid = parsePid(args[++i], how);
         } else if (std::strcmp(word, "-m") == 0) {
             if (trcStrToMask(args[++i], o->mask) != 0) {
-                how->usage(usageMessage, msgBadMask);
+                how->usage(usageMessage, msgIncorrectMask);
             }
         } else if (std::strcmp(word, "-x") == 0) {
             parseRange(args[++i], o, how);
@@ -146,13 +125,13 @@ void parseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o)
                    (used = how->extra(count, args, i, how->context)) > 0) {
             i += used - 1;
         } else if (word[0] == '-' && word[1] != '\0') {
-            how->usage(usageMessage, msgBadOption);
+            how->usage(usageMessage, msgIncorrectOption);
         } else if (o->source == nullptr) {
             o->source = word;
         } else if (o->destination == nullptr && how->files > 1) {
             o->destination = word;
         } else {
-            how->usage(usageMessage, msgTooMany);
+            how->usage(usageMessage, msgTooManyArguments);
         }
     }
 }
@@ -161,14 +140,14 @@ void parseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o)
 // the count lands between them.
 void walkWithSummary(trcHeader_t* header, long areaSize, trcWalk_t* walk)
 {
-    std::fputs(trcMsgGet((header->flags & TRC_KEEP_INITIAL) != 0 ? msgTruncated : msgWrapped), stdout);
+    std::fputs(trcMsgGet((header->flags & TRC_KEEP_INITIAL) != 0 ? msgLabelTruncated : msgLabelWrapped), stdout);
     auto* area = reinterpret_cast<uint8_t*>(header) + TRC_HEADER_SIZE;
     trcWalkBounds(header, area, areaSize > 0 ? static_cast<size_t>(areaSize) : 0, walk);
     std::printf("%s\n", trcMsgGet(walk->hasLostRecords ? msgYes : msgNo));
-    std::printf(trcMsgGet(msgSize), static_cast<long>(walk->usedBytes));
+    std::printf(trcMsgGet(msgLabelSize), static_cast<long>(walk->usedBytes));
     std::fputs("\n", stdout);
     trcWalkCount(walk, area);
-    std::printf("%s%ld\n", trcMsgGet(msgRecords), static_cast<long>(walk->recordCount));
+    std::printf("%s%ld\n", trcMsgGet(msgLabelRecords), static_cast<long>(walk->recordCount));
 }
 
 }  // namespace
@@ -266,7 +245,7 @@ FILE* openOutput(const char* destination, const char** outName)
         const int fd = open(destination, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
         out = fd == -1 ? nullptr : fdopen(fd, "w");
         if (out == nullptr) {
-            trcError(std::exit, trcMsgGet(msgCannotCreate), destination);
+            trcFail(trcMsgGet(msgCannotCreate), destination);
         }
         *outName = destination;
     }
@@ -324,12 +303,12 @@ int mainF(int count, char** args, int usageMessage, trcCommandInfo_t* /*info*/)
     const char* outName = nullptr;
     FILE* out = openOutput(o.destination, &outName);
     if (trcRecToStrInit(header) != 0) {
-        trcError(std::exit, trcMsgGet(msgNoDictionary));
+        trcFail(trcMsgGet(msgNoDictionary));
     }
     if (std::strcmp(source, "-") == 0) {
         trcFHoldSemaphore();
     }
-    trcFReport(header, areaSize, &o, usageMessage == usageFmt, out, outName);
+    trcFReport(header, areaSize, &o, usageMessage == msgUsageFmt, out, outName);
     trcFReleaseSemaphore();
     return 0;
 }
@@ -345,7 +324,7 @@ void trcFReport(trcHeader_t* header, long areaSize, const fOptions_t* options, b
     long end = o.lastRecord < 0 || o.lastRecord > recordCount ? recordCount : o.lastRecord;
     const long firstIndex = o.firstRecord > 0 ? o.firstRecord - 1L : 0;
     if (firstIndex >= end || recordCount == 0) {
-        std::printf("%s0\n", trcMsgGet(msgFormatted));
+        std::printf("%s0\n", trcMsgGet(msgLabelFormatted));
         return;
     }
     flowIndex_t* index = nullptr;

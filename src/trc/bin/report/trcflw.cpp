@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "trcdepth.h"
+#include "trcmsgid.h"
 #include "trcerror.h"
 #include "trcf.h"
 #include "trcfout.h"
@@ -15,9 +16,6 @@
 #include "trcrtos.h"
 
 namespace {
-
-constexpr int msgNoTextMemory = 409;
-constexpr int msgThreadDone = 423;
 constexpr int lineRoom = 131072;
 // The indent stops short of the end of the line's room so that the
 // function text still fits behind it at any depth.
@@ -189,7 +187,7 @@ void flwWriteThread(const flowIndex_t* index, const uint8_t* slots, uint8_t slot
         }
     }
     trcFOutClose(&o);
-    trcPrintFile(stdout, trcMsgGet(msgThreadDone), lines, thread->pid, thread->tid, thread->node);
+    trcPrintFile(stdout, trcMsgGet(msgLabelFormattedNode), lines, thread->pid, thread->tid, thread->node);
     std::fputs("\n", stdout);
 }
 

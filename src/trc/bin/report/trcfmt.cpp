@@ -3,14 +3,13 @@
 #include <cstdio>
 
 #include "trcf.h"
+#include "trcmsgid.h"
 #include "trcfout.h"
 #include "trcmask.h"
 #include "trcmsg.h"
 #include "trcrtos.h"
 
 namespace {
-
-constexpr int msgFormatted = 304;
 // The text of one record may take this much; a longer one is cut.
 constexpr int recordRoom = 524288;
 
@@ -47,5 +46,5 @@ void doFmt(flowIndex_t* index, int pid, unsigned char (*mask)[32], int step, lon
         }
     }
     trcFOutClose(&o);
-    std::printf("%s%ld\n", trcMsgGet(msgFormatted), written);
+    std::printf("%s%ld\n", trcMsgGet(msgLabelFormatted), written);
 }

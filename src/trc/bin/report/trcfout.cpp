@@ -1,5 +1,6 @@
 // Buffered output of the format and flow reports.
 #include "trcfout.h"
+#include "trcmsgid.h"
 
 #include <cstdlib>
 
@@ -8,9 +9,6 @@
 #include "trcmsg.h"
 
 namespace {
-
-constexpr int msgNoTextMemory = 409;
-constexpr int msgCannotWrite = 403;
 // Records rendered before a write: large writes bypass the stream's own
 // buffer and keep the calls few.
 constexpr std::size_t recordsPerWrite = 4;

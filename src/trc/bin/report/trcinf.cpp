@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kelvo/trcformat.h"
+#include "trcmsgid.h"
 #include "trc.h"
 #include "trcentry.h"
 #include "trcerror.h"
@@ -17,42 +18,7 @@
 
 namespace {
 
-constexpr int usageInf = 6;
-constexpr int msgTooMany = 100;
-constexpr int msgCannotCreate = 401;
-constexpr int msgNoDictionary = 407;
-
 // Labels of the report; each carries the padding of its column.
-constexpr int msgVersion = 307;
-constexpr int msgOpSystem = 308;
-constexpr int msgOpSysVersion = 309;
-constexpr int msgPlatform = 310;
-constexpr int msgProduct = 311;
-constexpr int msgMask = 312;
-constexpr int msgPid = 313;
-constexpr int msgCpid = 314;
-constexpr int msgSysErr = 315;
-constexpr int msgSevere = 316;
-constexpr int msgRecordSize = 317;
-constexpr int msgDestination = 318;
-constexpr int msgFileName = 319;
-constexpr int msgKeep = 320;
-constexpr int msgBufferSize = 321;
-constexpr int msgYes = 323;
-constexpr int msgNo = 324;
-constexpr int msgNone = 325;
-constexpr int msgAll = 326;
-constexpr int msgInfinite = 327;
-constexpr int msgShared = 328;
-constexpr int msgNative = 329;
-constexpr int msgFile = 330;
-constexpr int msgUnknown = 331;
-constexpr int msgLast = 332;
-constexpr int msgInitial = 333;
-constexpr int msgFull = 334;
-constexpr int msgOff = 335;
-constexpr int msgPointerCheck = 339;
-constexpr int msgThisPointer = 346;
 
 void label(FILE* out, int number)
 {
@@ -72,7 +38,7 @@ void showProducts(const trcHeader_t* header, FILE* out)
         if (std::memcmp(version, TRC_NO_VERSION, TRC_TEXT8) == 0) {
             continue;
         }
-        std::fprintf(out, trcMsgGet(msgProduct), product);
+        std::fprintf(out, trcMsgGet(msgLabelProduct), product);
         std::fprintf(out, "%8.8s", version);
         std::fprintf(out, "  (%s)\n", trcNameProd[product]);
     }
@@ -80,7 +46,7 @@ void showProducts(const trcHeader_t* header, FILE* out)
 
 void showFilters(const trcHeader_t* header, FILE* out)
 {
-    label(out, msgPid);
+    label(out, msgLabelPid);
     if (header->tracePid == -1) {
         std::fprintf(out, "%s\n", trcMsgGet(msgAll));
     } else if (header->traceTid == -1) {
@@ -89,13 +55,13 @@ void showFilters(const trcHeader_t* header, FILE* out)
         std::fprintf(out, "%d", header->tracePid);
         std::fprintf(out, ".%d\n", header->traceTid);
     }
-    label(out, msgCpid);
+    label(out, msgLabelCpid);
     if (header->traceCpid == -1) {
         std::fprintf(out, "%s\n", trcMsgGet(msgAll));
     } else {
         std::fprintf(out, "%d\n", header->traceCpid);
     }
-    label(out, msgThisPointer);
+    label(out, msgLabelThisPointer);
     if (header->thisPointer == 0) {
         std::fprintf(out, "%s\n", trcMsgGet(msgAll));
     } else {
@@ -105,19 +71,19 @@ void showFilters(const trcHeader_t* header, FILE* out)
 
 void showLimits(const trcHeader_t* header, FILE* out)
 {
-    label(out, msgSysErr);
+    label(out, msgLabelSysErr);
     if (header->sysErrRc == 0) {
         std::fprintf(out, "%s\n", trcMsgGet(msgNone));
     } else {
         std::fprintf(out, "%d (%#06x)\n", header->sysErrRc, static_cast<unsigned>(header->sysErrRc));
     }
-    label(out, msgSevere);
+    label(out, msgLabelSevere);
     if (header->maxSevereErrors == -1) {
         std::fprintf(out, "%s\n", trcMsgGet(msgInfinite));
     } else {
         std::fprintf(out, "%d\n", header->maxSevereErrors);
     }
-    std::fprintf(out, trcMsgGet(msgRecordSize), header->maxRecordSize);
+    std::fprintf(out, trcMsgGet(msgLabelRecordSize), header->maxRecordSize);
     std::fputs("\n", out);
 }
 
@@ -136,14 +102,14 @@ void showBuffer(const trcHeader_t* header, FILE* out)
 {
     const uint32_t flags = header->flags;
     if ((flags & TRC_DEST_FILE) != 0) {
-        label(out, msgFileName);
+        label(out, msgLabelFileName);
         std::fprintf(out, "%.*s\n", TRC_FILE_NAME_SIZE, header->fileName);
     }
-    label(out, msgKeep);
+    label(out, msgLabelKeep);
     const int keep = (flags & TRC_KEEP_LAST) != 0 ? msgLast : (flags & TRC_KEEP_INITIAL) != 0 ? msgInitial : msgUnknown;
     std::fprintf(out, "%s\n", trcMsgGet(keep));
     if ((flags & (TRC_KEEP_LAST | TRC_KEEP_INITIAL)) != 0) {
-        std::fprintf(out, trcMsgGet(msgBufferSize), static_cast<long>(header->bufferSize));
+        std::fprintf(out, trcMsgGet(msgLabelBufferSize), static_cast<long>(header->bufferSize));
         std::fputs("\n", out);
     }
     if (header->traceFull != 0) {
@@ -159,19 +125,19 @@ void showBuffer(const trcHeader_t* header, FILE* out)
 
 void _displayInfo1(trcHeader_t* header, FILE* out)
 {
-    showText8(out, msgVersion, header->traceVersion);
-    showText8(out, msgOpSystem, header->opSystem);
-    showText8(out, msgOpSysVersion, header->opSysVersion);
-    showText8(out, msgPlatform, header->hwPlatform);
+    showText8(out, msgLabelVersion, header->traceVersion);
+    showText8(out, msgLabelOpSystem, header->opSystem);
+    showText8(out, msgLabelOpSysVersion, header->opSysVersion);
+    showText8(out, msgLabelPlatform, header->hwPlatform);
     showProducts(header, out);
     std::fputs("\n", out);
     char maskText[trcMaskTextMax + 1];
     trcMaskToStr(header->mask, maskText);
-    label(out, msgMask);
+    label(out, msgLabelMask);
     std::fprintf(out, "%s\n", maskText);
     showFilters(header, out);
     showLimits(header, out);
-    label(out, msgDestination);
+    label(out, msgLabelDestination);
     std::fprintf(out, "%s\n", trcMsgGet(destinationMessage(header->flags)));
     if ((header->flags & TRC_DEST_NATIVE) != 0) {
         return;
@@ -190,14 +156,14 @@ int mainInf(int count, char** args)
     const char* destination = nullptr;
     if (count == 2) {
         if (std::strcmp(args[1], "help") == 0) {
-            usage(usageInf, -1);
+            usage(msgUsageInf, -1);
         }
         source = args[1];
     } else if (count == 3) {
         source = args[1];
         destination = args[2];
     } else if (count > 3) {
-        usage(usageInf, msgTooMany);
+        usage(msgUsageInf, msgTooManyArguments);
     }
     trcHeader_t* header = nullptr;
     long areaSize = 0;
@@ -205,13 +171,13 @@ int mainInf(int count, char** args)
         return 1;
     }
     if (trcRecToStrInit(header) != 0) {
-        trcError(std::exit, trcMsgGet(msgNoDictionary));
+        trcFail(trcMsgGet(msgNoDictionary));
     }
     FILE* out = stdout;
     if (destination != nullptr) {
         out = std::fopen(destination, "w");
         if (out == nullptr) {
-            trcError(std::exit, trcMsgGet(msgCannotCreate), destination);
+            trcFail(trcMsgGet(msgCannotCreate), destination);
         }
     }
     displayInfo(header, out);

@@ -2,6 +2,7 @@
 // binary trace file copied into memory so that a report never touches the
 // disk again.
 #include "trcload.h"
+#include "trcmsgid.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -14,15 +15,6 @@
 #include "trcmsg.h"
 
 namespace {
-
-constexpr int msgTraceOff = 202;
-constexpr int msgNativeTrace = 207;
-constexpr int msgCannotOpen = 400;
-constexpr int msgCannotRead = 402;
-constexpr int msgInvalidFile = 405;
-constexpr int msgOtherVersion = 406;
-constexpr int msgNoMemory = 413;
-constexpr int msgUnexpected = 417;
 
 constexpr int32_t readChunk = 16384;
 // The record area is addressed by 32-bit offsets: a larger size cannot be a
@@ -46,7 +38,7 @@ struct trcLoad_t {
     if (load.semHeld) {
         trcSemV();
     }
-    trcError(std::exit, trcMsgGet(message), arg);
+    trcFail(trcMsgGet(message), arg);
     std::exit(1);
 }
 
@@ -58,9 +50,9 @@ struct trcLoad_t {
 [[noreturn]] void failAttach()
 {
     if (errno == ENOENT) {
-        trcError(std::exit, trcMsgGet(msgTraceOff));
+        trcFail(trcMsgGet(msgTraceIsOff));
     } else {
-        trcErrorSys(std::exit, trcMsgGet(msgUnexpected));
+        trcFailSys(trcMsgGet(msgUnexpected));
     }
     std::exit(1);
 }
@@ -151,13 +143,13 @@ int readFile(trcHeader_t** header, const char* file, int forFormatting, long* ar
             failAttach();
         }
         if (live->traceOff != 0) {
-            fail(load, msgTraceOff, nullptr);
+            fail(load, msgTraceIsOff, nullptr);
         }
         trcSemP();
         load.semHeld = true;
         *areaSize = live->bufferSize;
         if (forFormatting && (live->flags & TRC_DEST_NATIVE)) {
-            fail(load, msgNativeTrace, nullptr);
+            fail(load, msgFormatNative, nullptr);
         }
         if (forFormatting && (live->flags & TRC_DEST_FILE)) {
             std::memcpy(liveFileName, live->fileName, sizeof liveFileName);
