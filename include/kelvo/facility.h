@@ -16,13 +16,6 @@
 extern "C" {
 #endif
 
-/* Bits of the flags word beyond the destination and retention bits. */
-#define TRC_DEST_MMIO 0x20
-#define TRC_USE_CRASH_MASK 0x40
-#define TRC_OPTION_T 0x100          /* kept in the header; every record has a time stamp anyway */
-#define TRC_USE_PAUSE_MASK 0x200
-#define TRC_USE_PAUSE_ATTRIB 0x400
-
 /* Modes of trcFileAttach. */
 #define TRC_FILE_READ 0
 #define TRC_FILE_WRITE_CREATE 257

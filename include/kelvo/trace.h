@@ -16,52 +16,12 @@
 #ifndef KELVO_TRACE_H
 #define KELVO_TRACE_H
 
+#include <kelvo/trcformat.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* Event numbers. Those of the return-code events carry an int return code. */
-enum {
-    TRC_EVENT_ALERT_ERROR = 1,
-    TRC_EVENT_SYSTEM_ERROR = 2,
-    TRC_EVENT_ASSERT = 3,
-    TRC_EVENT_SOFTWARE_ERROR = 4,
-    TRC_EVENT_LOG_ERROR = 5,
-    TRC_EVENT_LOG_EVENT = 6,
-    TRC_EVENT_NON_FATAL_ERROR = 7,
-    TRC_EVENT_API_ERRCODE = 10,
-    TRC_EVENT_CEI_ERRCODE = 11,
-    TRC_EVENT_CII_ERRCODE = 12,
-    TRC_EVENT_DEV_ERRCODE = 13,
-    TRC_EVENT_DBG_ERRCODE = 14,
-    TRC_EVENT_API_NEW = 20,
-    TRC_EVENT_API_DELETE = 21,
-    TRC_EVENT_API_ENTRY = 22,
-    TRC_EVENT_API_EXIT = 23,
-    TRC_EVENT_API_PRINTF = 24,
-    TRC_EVENT_CEI_NEW = 30,
-    TRC_EVENT_CEI_DELETE = 31,
-    TRC_EVENT_CEI_ENTRY = 32,
-    TRC_EVENT_CEI_EXIT = 33,
-    TRC_EVENT_CEI_PRINTF = 34,
-    TRC_EVENT_CII_NEW = 40,
-    TRC_EVENT_CII_DELETE = 41,
-    TRC_EVENT_CII_ENTRY = 42,
-    TRC_EVENT_CII_EXIT = 43,
-    TRC_EVENT_CII_PRINTF = 44,
-    TRC_EVENT_DEV_NEW = 50,
-    TRC_EVENT_DEV_DELETE = 51,
-    TRC_EVENT_DEV_ENTRY = 52,
-    TRC_EVENT_DEV_EXIT = 53,
-    TRC_EVENT_DEV_PRINTF = 54,
-    TRC_EVENT_DBG_NEW = 60,
-    TRC_EVENT_DBG_DELETE = 61,
-    TRC_EVENT_DBG_ENTRY = 62,
-    TRC_EVENT_DBG_EXIT = 63,
-    TRC_EVENT_DBG_PRINTF = 64,
-    TRC_EVENT_PRF_ENTRY = 100,
-    TRC_EVENT_PRF_EXIT = 101
-};
 
 /*
  * Nonzero while no trace runs and the facility watches for one, so that a

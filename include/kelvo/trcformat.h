@@ -26,6 +26,7 @@
 #define TRC_LAYOUT_ID 3004
 #define TRC_HEADER_SIZE 3000
 #define TRC_MASK_SIZE 192
+#define TRC_MASK_MAP_SIZE 32     /* one map of 256 bits per identifier byte */
 #define TRC_PRODUCTS 256
 #define TRC_TEXT8 8
 #define TRC_FILE_NAME_SIZE 256
@@ -41,7 +42,55 @@
 #define TRC_DEST_NATIVE 0x04
 #define TRC_KEEP_LAST 0x08
 #define TRC_KEEP_INITIAL 0x10
+#define TRC_DEST_MMIO 0x20
+#define TRC_USE_CRASH_MASK 0x40
 #define TRC_NO_POINTER_CHECK 0x80
+#define TRC_OPTION_T 0x100          /* kept in the header; every record has a time stamp anyway */
+#define TRC_USE_PAUSE_MASK 0x200
+#define TRC_USE_PAUSE_ATTRIB 0x400
+
+/* Event numbers. Those of the return-code events carry an int return code. */
+enum {
+    TRC_EVENT_ALERT_ERROR = 1,
+    TRC_EVENT_SYSTEM_ERROR = 2,
+    TRC_EVENT_ASSERT = 3,
+    TRC_EVENT_SOFTWARE_ERROR = 4,
+    TRC_EVENT_LOG_ERROR = 5,
+    TRC_EVENT_LOG_EVENT = 6,
+    TRC_EVENT_NON_FATAL_ERROR = 7,
+    TRC_EVENT_API_ERRCODE = 10,
+    TRC_EVENT_CEI_ERRCODE = 11,
+    TRC_EVENT_CII_ERRCODE = 12,
+    TRC_EVENT_DEV_ERRCODE = 13,
+    TRC_EVENT_DBG_ERRCODE = 14,
+    TRC_EVENT_API_NEW = 20,
+    TRC_EVENT_API_DELETE = 21,
+    TRC_EVENT_API_ENTRY = 22,
+    TRC_EVENT_API_EXIT = 23,
+    TRC_EVENT_API_PRINTF = 24,
+    TRC_EVENT_CEI_NEW = 30,
+    TRC_EVENT_CEI_DELETE = 31,
+    TRC_EVENT_CEI_ENTRY = 32,
+    TRC_EVENT_CEI_EXIT = 33,
+    TRC_EVENT_CEI_PRINTF = 34,
+    TRC_EVENT_CII_NEW = 40,
+    TRC_EVENT_CII_DELETE = 41,
+    TRC_EVENT_CII_ENTRY = 42,
+    TRC_EVENT_CII_EXIT = 43,
+    TRC_EVENT_CII_PRINTF = 44,
+    TRC_EVENT_DEV_NEW = 50,
+    TRC_EVENT_DEV_DELETE = 51,
+    TRC_EVENT_DEV_ENTRY = 52,
+    TRC_EVENT_DEV_EXIT = 53,
+    TRC_EVENT_DEV_PRINTF = 54,
+    TRC_EVENT_DBG_NEW = 60,
+    TRC_EVENT_DBG_DELETE = 61,
+    TRC_EVENT_DBG_ENTRY = 62,
+    TRC_EVENT_DBG_EXIT = 63,
+    TRC_EVENT_DBG_PRINTF = 64,
+    TRC_EVENT_PRF_ENTRY = 100,
+    TRC_EVENT_PRF_EXIT = 101
+};
 
 #ifdef __cplusplus
 extern "C" {
@@ -136,6 +185,19 @@ inline unsigned trcRecComponent(const trcRecord_t* r) { return r->ident2 >> 24; 
 inline unsigned trcRecClass(const trcRecord_t* r) { return (r->ident2 >> 16) & 0xFF; }
 inline unsigned trcRecFunction(const trcRecord_t* r) { return (r->ident2 >> 8) & 0xFF; }
 inline unsigned trcRecTracePoint(const trcRecord_t* r) { return r->ident2 & 0xFF; }
+
+/* Events whose variable part is a return code (an int) and not text: the
+   error-code events and the exits of API, CEI, CII, DEV and DBG. */
+inline bool trcIsRcEvent(unsigned event)
+{
+    return (event >= TRC_EVENT_API_ERRCODE && event <= TRC_EVENT_DBG_ERRCODE) ||
+           (event >= TRC_EVENT_API_EXIT && event <= TRC_EVENT_DBG_EXIT && event % 10 == 3);
+}
+
+/* A mask record holds six maps of 256 bits, in the order of the identifier
+   bytes; value n of a map is bit n & 7 of its byte n >> 3. */
+inline int trcMaskByteOf(int map, unsigned value) { return map * TRC_MASK_MAP_SIZE + static_cast<int>(value >> 3); }
+inline bool trcMaskBitOf(unsigned byte, unsigned value) { return ((byte >> (value & 7)) & 1u) != 0; }
 
 /* Bytes a record of this length takes in the area: length rounded up to 4. */
 inline int32_t trcAligned(int32_t length)

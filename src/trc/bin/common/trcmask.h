@@ -5,8 +5,8 @@
 
 #include <kelvo/trcformat.h>
 
-constexpr int trcMaskBytes = 192;
-constexpr int trcMaskMapBytes = 32;
+constexpr int trcMaskBytes = TRC_MASK_SIZE;
+constexpr int trcMaskMapBytes = TRC_MASK_MAP_SIZE;
 // Longest text of trcMaskToStr, without the terminating zero.
 constexpr int trcMaskTextMax = 3659;
 
@@ -21,8 +21,7 @@ int trcMaskToStr(unsigned char* mask, char* buffer);
 inline bool trcMaskSelects(const unsigned char* mask, const unsigned char ids[6])
 {
     for (int map = 0; map < 6; ++map) {
-        unsigned v = ids[map];
-        if (!(mask[map * trcMaskMapBytes + (v >> 3)] & (1u << (v & 7))))
+        if (!trcMaskBitOf(mask[trcMaskByteOf(map, ids[map])], ids[map]))
             return false;
     }
     return true;

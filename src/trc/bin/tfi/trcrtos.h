@@ -18,13 +18,6 @@ extern const char* trcNameEvent[256];     // [event], padded to a fixed width
 // whose detail has been written to standard error.
 int trcRecToStrInit(const trcHeader_t* header);
 
-// Events whose variable part is a return code and not text.
-inline bool trcIsRcEvent(unsigned event)
-{
-    return (event >= 10 && event <= 14) ||
-           (event >= 23 && event <= 63 && event % 10 == 3);
-}
-
 // Full text of a record for the format report, written into dest of size
 // bytes. Returns the number of bytes written, zero bytes of the record's
 // text included; no NUL is added. Text that would not fit is cut at the end

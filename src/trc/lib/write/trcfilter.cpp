@@ -9,11 +9,9 @@
 namespace kelvo {
 namespace {
 
-constexpr int mapBytes = 32;
-
-bool bitSet(const uint8_t* map, uint8_t value)
+bool bitSet(const uint8_t* mask, int map, uint8_t value)
 {
-    return (loadRelaxed(map[value >> 3]) >> (value & 7)) & 1u;
+    return trcMaskBitOf(loadRelaxed(mask[trcMaskByteOf(map, value)]), value);
 }
 
 bool filterPasses(int32_t filter, uint32_t value)
@@ -26,7 +24,7 @@ bool filterPasses(int32_t filter, uint32_t value)
 bool maskSelects(const uint8_t* mask, const RecordIds& ids)
 {
     for (int map = 0; map < 6; ++map)
-        if (!bitSet(mask + map * mapBytes, ids.id[map]))
+        if (!bitSet(mask, map, ids.id[map]))
             return false;
     return true;
 }
@@ -34,7 +32,7 @@ bool maskSelects(const uint8_t* mask, const RecordIds& ids)
 bool crashMaskSelects(const uint8_t* mask, const RecordIds& ids)
 {
     for (int map = 0; map < 5; ++map)
-        if (!bitSet(mask + map * mapBytes, ids.id[map + 1]))
+        if (!bitSet(mask, map, ids.id[map + 1]))
             return false;
     return true;
 }

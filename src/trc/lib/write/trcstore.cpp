@@ -356,11 +356,6 @@ void afterStore(Live& live, const RecordSource& record, uint32_t flags)
 
 } // namespace
 
-bool isReturnCodeEvent(unsigned event)
-{
-    return (event >= 10 && event <= 14) || (event >= 23 && event <= 63 && event % 10 == 3);
-}
-
 Live* traceFor(const RecordIds& ids, uint32_t thisPointer)
 {
     Live* live = writerLive();
@@ -374,7 +369,7 @@ Live* traceFor(const RecordIds& ids, uint32_t thisPointer)
 int storeRecord(Live& live, const RecordSource& record)
 {
     Stamp stamp = stampNow();
-    bool rcEvent = isReturnCodeEvent(record.ids.id[1]);
+    bool rcEvent = trcIsRcEvent(record.ids.id[1]);
     uint32_t flags = loadRelaxed(live.header->flags);
     if (live.area != nullptr) {
         int result = storeInArea(live, record, rcEvent, flags, stamp);

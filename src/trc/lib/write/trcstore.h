@@ -16,9 +16,6 @@ struct RecordSource {
     uint32_t length;
 };
 
-// True for the events whose records begin with a 4-byte return code.
-bool isReturnCodeEvent(unsigned event);
-
 // The live trace that takes a record of these identifiers from this thread,
 // or null when none does.
 Live* traceFor(const RecordIds& ids, uint32_t thisPointer);
