@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "trcerror.h"
+#include "trcoutfile.h"
 #include "trcmsgid.h"
 #include "trcmsg.h"
 #include "trcxreports.h"
@@ -52,10 +53,7 @@ int main(int argc, char** argv)
     FILE* out = stdout;
     const char* outName = "standard output";
     if (destination != nullptr) {
-        // Created here and nowhere else: a file that appeared since the
-        // test above is left alone.
-        const int fd = open(destination, O_WRONLY | O_CREAT | O_EXCL, 0666);
-        out = fd < 0 ? nullptr : fdopen(fd, "w");
+        out = trcCreateOutFile(destination, 0666);
         if (out == nullptr) {
             trcFail(trcMsgGet(msgCannotCreate), destination);
         }

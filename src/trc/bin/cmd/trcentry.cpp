@@ -1,6 +1,7 @@
 // Helpers that the command functions share: the usage printer, the number
 // parsers of the command line, and the look-up of the service account.
 #include "trcentry.h"
+#include "trcnumber.h"
 
 #include <grp.h>
 #include <pwd.h>
@@ -20,28 +21,10 @@ void usage(int usageMessage, int errorMessage)
     std::exit(1);
 }
 
-// Reads text as strtol in base 0 does, saturating at the bounds of a 32-bit
-// long: numbers on the command line mean the same on every host. Sets
-// usedUp when the whole text was consumed.
-static long parseNumber(char* text, bool& usedUp)
-{
-    char* end = text;
-    const long value = std::strtol(text, &end, 0);
-    usedUp = (*end == '\0');
-    if (value > INT32_MAX) {
-        return INT32_MAX;
-    }
-    if (value < INT32_MIN) {
-        return INT32_MIN;
-    }
-    return value;
-}
-
 long strToLong(char* text)
 {
-    bool usedUp = false;
-    const long value = parseNumber(text, usedUp);
-    if (!usedUp || value < 0) {
+    int32_t value = 0;
+    if (!trcWholeNumber(text, &value) || value < 0) {
         return -1;
     }
     return value;
@@ -49,12 +32,11 @@ long strToLong(char* text)
 
 int strToInt(char* text)
 {
-    bool usedUp = false;
-    const long value = parseNumber(text, usedUp);
-    if (!usedUp) {
+    int32_t value = 0;
+    if (!trcWholeNumber(text, &value)) {
         return -2;
     }
-    return static_cast<int>(value);
+    return value;
 }
 
 long get_uid(const char* name)

@@ -1,6 +1,7 @@
 // The options that `on` and `chg` share: each one word with one value,
 // tested and stored by a small setter of its own.
 #include "trcopts.h"
+#include "trcnumber.h"
 #include "trcmsgid.h"
 
 #include <cstdint>
@@ -15,26 +16,6 @@ namespace {
 
 constexpr int largestRecord = 32768;
 
-// strtol in base 0 that must use up the whole text (the empty text is 0).
-// The value is held to the 32-bit range, as a 32-bit strtol saturates, so
-// a number means the same on every host.
-bool wholeNumber(const char* text, int32_t* value)
-{
-    char* end = nullptr;
-    const long long number = std::strtoll(text, &end, 0);
-    if (*end != '\0') {
-        return false;
-    }
-    if (number > INT32_MAX) {
-        *value = INT32_MAX;
-    } else if (number < INT32_MIN) {
-        *value = INT32_MIN;
-    } else {
-        *value = static_cast<int32_t>(number);
-    }
-    return true;
-}
-
 // A setter tests the value and stores it; false refuses the value.
 using trcOptionSet_t = bool (*)(char* value, trcTraceParams_t* params);
 
@@ -48,17 +29,17 @@ bool setPid(char* value, trcTraceParams_t* params)
 {
     // One number only: a thread filter is dropped with a new process.
     params->tid = -1;
-    return wholeNumber(value, &params->pid);
+    return trcWholeNumber(value, &params->pid);
 }
 
 bool setCpid(char* value, trcTraceParams_t* params)
 {
-    return wholeNumber(value, &params->cpid);
+    return trcWholeNumber(value, &params->cpid);
 }
 
 bool setReturnCode(char* value, trcTraceParams_t* params)
 {
-    return wholeNumber(value, &params->returnCode) && params->returnCode != 0;
+    return trcWholeNumber(value, &params->returnCode) && params->returnCode != 0;
 }
 
 bool setSevereErrors(char* value, trcTraceParams_t* params)
@@ -98,7 +79,7 @@ bool setPauseAttrib(char* value, trcTraceParams_t* params)
 bool setThisPointer(char* value, trcTraceParams_t* params)
 {
     int32_t number = 0;
-    const bool whole = wholeNumber(value, &number);
+    const bool whole = trcWholeNumber(value, &number);
     params->thisPointer = static_cast<uint32_t>(number);
     return whole;
 }

@@ -7,6 +7,7 @@
 // printed conversion by conversion with the values in the order it uses them.
 // Otherwise the format goes to the C library untouched.
 #include "trcprint.h"
+#include "trcnumber.h"
 
 #include <climits>
 #include <cstdint>
@@ -74,11 +75,6 @@ union Value {
     double d;
     long double ld;
 };
-
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 bool isConversion(char c)
 {
@@ -154,7 +150,7 @@ Kind kindOf(char conv, char modifier, int halves)
 
 void skipDigits(const char*& p)
 {
-    while (isDigit(*p)) {
+    while (trcIsDigit(*p)) {
         ++p;
     }
 }
@@ -223,7 +219,7 @@ bool copyUpToConversion(Pass& ps, const char*& p, char& reached)
             return true;
         }
         if (c == '*') {
-            if (!isDigit(p[0]) || p[1] != '$' || !usePosition(ps, p[0] - '0', 4, Kind::Int)) {
+            if (!trcIsDigit(p[0]) || p[1] != '$' || !usePosition(ps, p[0] - '0', 4, Kind::Int)) {
                 return false;
             }
             p += 2;
@@ -292,7 +288,7 @@ bool runPass(const char* format, Pass& ps)
             ++p;
             continue;
         }
-        if (!isDigit(p[0]) || p[1] != '$' || !passConversion(ps, p)) {
+        if (!trcIsDigit(p[0]) || p[1] != '$' || !passConversion(ps, p)) {
             return false;
         }
     }

@@ -1,6 +1,7 @@
 // Mask text to mask record: dimensions separated by ".", items by ",", an
 // item being a number, a range of two numbers or "*".
 #include "trcmask.h"
+#include "trcnumber.h"
 
 #include <cstring>
 
@@ -9,17 +10,12 @@ namespace {
 constexpr int maxValue = 255;
 constexpr int dimensions = trcMaskBytes / trcMaskMapBytes;
 
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 // Reads a run of decimal digits. The value saturates just above 255, so a
 // long run of digits is refused as too large instead of wrapping round.
 int readNumber(const char*& p)
 {
     int value = 0;
-    while (isDigit(*p)) {
+    while (trcIsDigit(*p)) {
         value = value * 10 + (*p - '0');
         if (value > maxValue) {
             value = maxValue + 1;
@@ -44,7 +40,7 @@ bool readItem(const char*& p, unsigned char* map)
         ++p;
         return true;
     }
-    if (!isDigit(*p)) {
+    if (!trcIsDigit(*p)) {
         return false;
     }
     int first = readNumber(p);
@@ -54,7 +50,7 @@ bool readItem(const char*& p, unsigned char* map)
     int last = first;
     if (*p == '-') {
         ++p;
-        if (!isDigit(*p)) {
+        if (!trcIsDigit(*p)) {
             return false;
         }
         last = readNumber(p);
@@ -108,7 +104,7 @@ int trcCrashStrToMask(const char* text, unsigned char* mask)
     // The first field (the product) is skipped unread: the facility takes
     // the crash mask from the event onwards.
     const char* p = text;
-    while (isDigit(*p) || *p == ',' || *p == '-' || *p == '*') {
+    while (trcIsDigit(*p) || *p == ',' || *p == '-' || *p == '*') {
         ++p;
     }
     if (*p != '.') {

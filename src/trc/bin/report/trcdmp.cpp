@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "kelvo/facility.h"
+#include "trcoutfile.h"
 #include "trcmsgid.h"
 #include "trc.h"
 #include "trcentry.h"
@@ -21,21 +22,12 @@ namespace {
 
 // Whatever the existence test cannot show to be absent counts as present,
 // a directory that may not be searched included.
-bool mayExist(const char* name)
-{
-    return access(name, F_OK) == 0 || errno != ENOENT;
-}
-
-// The dump is created here rather than found: the existence test above can
-// be overtaken, and `dmp` often runs as root in a directory that others may
-// write. O_EXCL refuses a name that appeared since the test, a symbolic link
-// included, and O_NOFOLLOW says the same of a link on its own. The file
-// holds what the trace holds, which only its owner and group may read. The
-// descriptor is the handle that trcDump and trcFileDetach take, as the one
-// trcFileAttach gives is.
+// The dump holds what the trace holds, which only its owner and group may
+// read. The descriptor is the handle that trcDump and trcFileDetach take, as
+// the one trcFileAttach gives is.
 int32_t createDump(const char* name)
 {
-    return open(name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0660);
+    return trcCreateOutFd(name, 0660);
 }
 
 // Whether name still stands for the file open on handle: a failed dump
@@ -74,7 +66,7 @@ int mainDmp(int count, char** args)
         usage(msgUsageDmp, -1);
     }
     const char* destination = args[1];
-    if (mayExist(destination)) {
+    if (trcFMayExist(destination)) {
         usage(msgUsageDmp, msgExistingFile);
     }
     const int32_t handle = createDump(destination);

@@ -45,10 +45,6 @@ struct trcFParse_t {
 };
 void trcFParseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o);
 
-// Whether a destination may exist: whatever access cannot show to be
-// absent counts as present.
-bool trcFMayExist(const char* name);
-
 // The trace semaphore, held for a walk of the live block; trcFExit
 // releases it if held.
 void trcFHoldSemaphore();

@@ -12,6 +12,8 @@
 #include <cstring>
 
 #include "kelvo/facility.h"
+#include "trcoutfile.h"
+#include "trcnumber.h"
 #include "trcmsgid.h"
 #include "trcentry.h"
 #include "trcerror.h"
@@ -38,11 +40,6 @@ int addDigit(int value, char digit)
     return value > (INT_MAX - d) / 10 ? INT_MAX : value * 10 + d;
 }
 
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 // The range text: [first][-[last]]. A later -x overwrites only the numbers
 // that it gives.
 void parseRange(const char* text, fOptions_t* o, const trcFParse_t* how)
@@ -54,7 +51,7 @@ void parseRange(const char* text, fOptions_t* o, const trcFParse_t* how)
         case inFirst:
             if (*c == '-') {
                 state = afterDash;
-            } else if (isDigit(*c)) {
+            } else if (trcIsDigit(*c)) {
                 o->firstRecord = state == start ? *c - '0' : addDigit(o->firstRecord, *c);
                 state = inFirst;
             } else {
@@ -63,7 +60,7 @@ void parseRange(const char* text, fOptions_t* o, const trcFParse_t* how)
             break;
         case afterDash:
         case inLast:
-            if (!isDigit(*c)) {
+            if (!trcIsDigit(*c)) {
                 how->usage(how->usageMessage, msgIncorrectLastRecord);
             }
             o->lastRecord = state == afterDash ? *c - '0' : addDigit(o->lastRecord, *c);
@@ -80,18 +77,11 @@ void parseRange(const char* text, fOptions_t* o, const trcFParse_t* how)
 // stop at its bounds.
 long parsePid(const char* text, const trcFParse_t* how)
 {
-    char* end = nullptr;
-    errno = 0;
-    long long value = std::strtoll(text, &end, 0);
-    if (*end != '\0') {
+    int32_t value = 0;
+    if (!trcWholeNumber(text, &value)) {
         how->usage(how->usageMessage, msgIncorrectPid);
     }
-    if (value > INT32_MAX) {
-        value = INT32_MAX;
-    } else if (value < INT32_MIN) {
-        value = INT32_MIN;
-    }
-    return static_cast<long>(value);
+    return value;
 }
 
 void parseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o)
@@ -239,11 +229,7 @@ FILE* openOutput(const char* destination, const char** outName)
     FILE* out = stdout;
     *outName = "standard output";
     if (destination != nullptr) {
-        // Created, never found: a name that appeared since the existence
-        // test, or a symbolic link put there, is refused rather than
-        // written through.
-        const int fd = open(destination, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-        out = fd == -1 ? nullptr : fdopen(fd, "w");
+        out = trcCreateOutFile(destination, 0666);
         if (out == nullptr) {
             trcFail(trcMsgGet(msgCannotCreate), destination);
         }
@@ -254,12 +240,6 @@ FILE* openOutput(const char* destination, const char** outName)
 }
 
 }  // namespace
-
-// Whatever the existence test cannot show to be absent counts as present.
-bool trcFMayExist(const char* name)
-{
-    return access(name, F_OK) == 0 || errno != ENOENT;
-}
 
 void trcFHoldSemaphore()
 {
