@@ -2,12 +2,11 @@
 #ifndef KELVO_TRCERROR_H
 #define KELVO_TRCERROR_H
 
+#include "trcpgmname.h"
+
 // What a report calls to end the process; the commands pass exit, or null
 // when the caller goes on after the report.
 using trcExitFunction_t = void (*)(int);
-
-// Name of the running program without directories; "???" until set.
-extern const char* trcPgmName;
 
 // Points trcPgmName behind the last '/' of path (into the caller's string,
 // nothing is copied); a null path leaves the name as it is.

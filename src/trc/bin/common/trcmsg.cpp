@@ -5,7 +5,7 @@
 #include <cstdarg>
 #include <iterator>
 
-#include "trcerror.h"
+#include "trcpgmname.h"
 
 // The rows in their stored order, which the lookup walks from the first row.
 // 424, 423 and 346 stand beside the messages they go with rather than at the

@@ -22,3 +22,8 @@ trcTfiExc::trcTfiExc(const trcTfiExc& other)
     if (other.file != nullptr)
         file = fileText;
 }
+
+void trcTfiOutOfMemory()
+{
+    throw trcTfiExc(trcTfiExcMemory, "not enough memory");
+}

@@ -3,6 +3,7 @@
 #ifndef KELVO_TRCTFIEXC_H
 #define KELVO_TRCTFIEXC_H
 
+#include "trctfifail.h"
 #include "trctfistring.h"
 
 // 0 (success) and 1 (a foreign exception) are the catcher's own results.

@@ -1,7 +1,7 @@
 // trcTfiString: allocation happens only for texts of 80 bytes or more.
 #include "trctfistring.h"
 
-#include "trctfiexc.h"
+#include "trctfifail.h"
 
 #include <cstring>
 #include <new>
@@ -12,7 +12,7 @@ char* newBlock(std::size_t size)
 {
     char* block = new (std::nothrow) char[size];
     if (block == nullptr)
-        throw trcTfiExc(trcTfiExcMemory, "not enough memory");
+        trcTfiOutOfMemory();
     return block;
 }
 

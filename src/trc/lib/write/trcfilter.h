@@ -5,14 +5,11 @@
 
 #include <kelvo/trcformat.h>
 
+#include "trcrecsource.h"
+
 #include <cstdint>
 
 namespace kelvo {
-
-// The six identifier bytes of a record in mask order.
-struct RecordIds {
-    uint8_t id[6];
-};
 
 // The trace mask or the pause mask: map n tests identifier n.
 bool maskSelects(const uint8_t* mask, const RecordIds& ids);

@@ -2,7 +2,7 @@
 #ifndef KELVO_TRCNATIVE_H
 #define KELVO_TRCNATIVE_H
 
-#include "trcstore.h"
+#include "trcrecsource.h"
 
 namespace kelvo {
 

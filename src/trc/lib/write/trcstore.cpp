@@ -9,6 +9,7 @@
 
 #include "trcclock.h"
 #include "trcfacrec.h"
+#include "trcfilter.h"
 #include "trchold.h"
 #include "trcnative.h"
 #include "trcprocess.h"

@@ -2,19 +2,12 @@
 #ifndef KELVO_TRCSTORE_H
 #define KELVO_TRCSTORE_H
 
-#include "trcfilter.h"
 #include "trclive.h"
+#include "trcrecsource.h"
 
 #include <cstdint>
 
 namespace kelvo {
-
-struct RecordSource {
-    RecordIds ids;
-    uint32_t thisPointer;
-    const uint8_t* data;
-    uint32_t length;
-};
 
 // The live trace that takes a record of these identifiers from this thread,
 // or null when none does.
