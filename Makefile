@@ -9,7 +9,7 @@ CMAKE_INSTALL_PREFIX ?= $(PREFIX)
 # Warnings are errors in the project's own checks (make test, CI) only.
 WERROR ?= OFF
 
-.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install deb check-viewer coverage
+.PHONY: all build build-sanitize test test-plain test-sanitize fuzz bench clean demo install deb check-viewer coverage format format-check
 
 all: build
 
@@ -44,6 +44,18 @@ fuzz:
 	$(CMAKE) -S . -B build-fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
 	  -DKELVO_FUZZ=ON -DKELVO_TESTS=OFF
 	$(CMAKE) --build build-fuzz -j $(JOBS)
+
+# One style for every C and C++ file, kept by clang-format (.clang-format).
+FORMAT_FILES = git ls-files '*.c' '*.cpp' '*.h' '*.hpp'
+format:
+	$(FORMAT_FILES) | xargs clang-format -i
+
+# Fails, naming the files, when clang-format would change any of them.
+format-check:
+	@bad=$$($(FORMAT_FILES) | while read -r f; do \
+	  clang-format --dry-run -Werror "$$f" >/dev/null 2>&1 || echo "$$f"; done); \
+	if [ -n "$$bad" ]; then echo "make format would change:"; echo "$$bad"; exit 1; fi; \
+	echo "make format-check: every file is formatted"
 
 # The whole suite built with gcov, and gcovr's summary for src/ and include/.
 # Root's tests run `on` as the service account, which must be able to write

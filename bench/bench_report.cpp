@@ -302,8 +302,9 @@ int main(int argc, char** argv)
     const std::string tfi = work + "/bench.tfi";
     FILE* f = std::fopen(tfi.c_str(), "w");
     for (int p = 1; p <= 4; ++p) {
-        std::fprintf(f, "tfiversion 1 bldlvl \"b\" product Product%d %d component Core 1 class Reader open close "
-                        "seek tell stat sync flush lock\nclass Writer put get\ncomponent Dev 2 class Disk io\n",
+        std::fprintf(f,
+                     "tfiversion 1 bldlvl \"b\" product Product%d %d component Core 1 class Reader open close "
+                     "seek tell stat sync flush lock\nclass Writer put get\ncomponent Dev 2 class Disk io\n",
                      p, p);
     }
     std::fclose(f);

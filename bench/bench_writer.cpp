@@ -37,9 +37,7 @@ const char text40[] = "0123456789abcdef0123456789ABCDEF01234567";
 
 double nowNs()
 {
-    return std::chrono::duration<double, std::nano>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 // Wall time per call of `body` run `calls` times in each of `threads`
@@ -123,13 +121,11 @@ int turnOn(uint32_t extraFlags)
     std::vector<uint8_t> all(TRC_MASK_SIZE, 0xFF);
     std::vector<uint8_t> none(TRC_MASK_SIZE, 0);
     int rc = trcOn(0, all.data(), -1, -1, -1, 0, 0, -1, 32768,
-                   TRC_DEST_SHARED | TRC_KEEP_LAST | TRC_NO_POINTER_CHECK | extraFlags, none.data(),
-                   none.data(), -1, "", 1048576);
+                   TRC_DEST_SHARED | TRC_KEEP_LAST | TRC_NO_POINTER_CHECK | extraFlags, none.data(), none.data(), -1,
+                   "", 1048576);
     trcIsOn();
     return rc;
 }
-
-
 
 // One round measures every case once, each right after the baselines, so
 // that the ratios compare figures taken under the same load.
@@ -174,7 +170,7 @@ void row(const char* name, const std::vector<Round>& rounds, double (*figure)(co
     std::printf(" %8s\n", goal);
 }
 
-} // namespace
+}  // namespace
 
 int main()
 {
@@ -189,18 +185,24 @@ int main()
     std::printf("Writer cost per record with %u bytes of data and its time stamp: medians of %d\n", dataBytes, runs);
     std::printf("interleaved runs, wall time; ratios are medians of the ratios within each run\n");
     std::printf("%-46s %10s %12s %8s\n", "case", "ns/record", "ratio", "goal");
-    row("trace off", rounds, [](const Round& r) { return r.off; }, nullptr, "<= 1 ns");
-    row("trace on, one thread (vs baseline, 1 thread)", rounds, [](const Round& r) { return r.on1; },
+    row(
+        "trace off", rounds, [](const Round& r) { return r.off; }, nullptr, "<= 1 ns");
+    row(
+        "trace on, one thread (vs baseline, 1 thread)", rounds, [](const Round& r) { return r.on1; },
         [](const Round& r) { return r.on1 / r.base1; }, "<= 1.2");
-    row("trace on, two threads (vs kelvo, 1 thread)", rounds, [](const Round& r) { return r.on2; },
+    row(
+        "trace on, two threads (vs kelvo, 1 thread)", rounds, [](const Round& r) { return r.on2; },
         [](const Round& r) { return r.on2 / r.on1; }, "<= 0.7");
-    row("baseline: clock, 48-byte copy, 1 thread", rounds, [](const Round& r) { return r.base1; },
-        nullptr, "-");
-    row("baseline: the same, two threads", rounds, [](const Round& r) { return r.base2; },
+    row(
+        "baseline: clock, 48-byte copy, 1 thread", rounds, [](const Round& r) { return r.base1; }, nullptr, "-");
+    row(
+        "baseline: the same, two threads", rounds, [](const Round& r) { return r.base2; },
         [](const Round& r) { return r.base2 / r.base1; }, "-");
-    row("floor: one shared place word, no clock, 1 thread", rounds, [](const Round& r) { return r.floor1; },
-        nullptr, "-");
-    row("floor: the same, two threads (vs kelvo, 1 thread)", rounds, [](const Round& r) { return r.floor2; },
+    row(
+        "floor: one shared place word, no clock, 1 thread", rounds, [](const Round& r) { return r.floor1; }, nullptr,
+        "-");
+    row(
+        "floor: the same, two threads (vs kelvo, 1 thread)", rounds, [](const Round& r) { return r.floor2; },
         [](const Round& r) { return r.floor2 / r.on1; }, "-");
     delete shared;
     return 0;

@@ -191,7 +191,8 @@ bool validUtf8(const std::string& text)
     return true;
 }
 
-template <typename Write> std::string capture(Write write)
+template <typename Write>
+std::string capture(Write write)
 {
     char* text = nullptr;
     size_t size = 0;

@@ -15,8 +15,7 @@ std::vector<char> maskText(unsigned char* mask)
 {
     std::vector<char> text(trcMaskTextMax + 1);
     int length = trcMaskToStr(mask, text.data());
-    if (length < 0 || length > trcMaskTextMax ||
-        std::strlen(text.data()) != static_cast<std::size_t>(length)) {
+    if (length < 0 || length > trcMaskTextMax || std::strlen(text.data()) != static_cast<std::size_t>(length)) {
         std::abort();
     }
     return text;
@@ -59,7 +58,7 @@ void checkRawRecord(const unsigned char* data)
     }
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {

@@ -30,7 +30,7 @@ void prepare()
     ::unlink(path);
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, unsigned long size)
 {

@@ -27,7 +27,7 @@ void prepare()
     stderr = std::fopen("/dev/null", "w");
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, unsigned long size)
 {

@@ -49,7 +49,7 @@ uint32_t touch(const trcRecord_t* record, const uint8_t* area, const trcWalk_t& 
     return sum + record->pid + record->ident2;
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
@@ -70,9 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     trcWalk_t walk;
     trcWalkBounds(&header, area, areaSize, &walk);
-    if (walk.endOffset < 0 || static_cast<size_t>(walk.endOffset) > areaSize ||
-        walk.startOffset < 0 || walk.usedBytes < 0 || walk.limit < 0 ||
-        static_cast<size_t>(walk.limit) > areaSize) {
+    if (walk.endOffset < 0 || static_cast<size_t>(walk.endOffset) > areaSize || walk.startOffset < 0 ||
+        walk.usedBytes < 0 || walk.limit < 0 || static_cast<size_t>(walk.limit) > areaSize) {
         __builtin_trap();
     }
     trcWalkCount(&walk, area);

@@ -37,11 +37,21 @@ demo::Order makeOrder(unsigned thread, unsigned number)
 void count(Tally& tally, int rc)
 {
     switch (rc) {
-    case 0: ++tally.placed; break;
-    case demo::rcRefused: ++tally.refused; break;
-    case demo::rcNoStock: ++tally.soldOut; break;
-    case demo::rcDeclined: ++tally.declined; break;
-    default: ++tally.failed; break;
+    case 0:
+        ++tally.placed;
+        break;
+    case demo::rcRefused:
+        ++tally.refused;
+        break;
+    case demo::rcNoStock:
+        ++tally.soldOut;
+        break;
+    case demo::rcDeclined:
+        ++tally.declined;
+        break;
+    default:
+        ++tally.failed;
+        break;
     }
 }
 
@@ -60,9 +70,8 @@ void worker(unsigned thread, const demo::Options& options, Tally& tally)
 void runWorkers(const demo::Options& options, Tally& tally)
 {
     kelvo::TraceScope scope(demo::demoRun, TRC_EVENT_API_ENTRY);
-    trcWritef(demo::product, TRC_EVENT_API_PRINTF, demo::componentMain, demo::demoRun.klass,
-              demo::demoRun.function, 1, nullptr, "%u workers, %u orders each", options.threads,
-              options.calls);
+    trcWritef(demo::product, TRC_EVENT_API_PRINTF, demo::componentMain, demo::demoRun.klass, demo::demoRun.function, 1,
+              nullptr, "%u workers, %u orders each", options.threads, options.calls);
     std::vector<std::thread> workers;
     for (unsigned thread = 1; thread <= options.threads; ++thread)
         workers.emplace_back(worker, thread, std::cref(options), std::ref(tally));
@@ -77,8 +86,7 @@ void sayWhereRecordsGo()
     if (instance == nullptr || *instance == '\0')
         instance = "default";
     if (trcIsOn())
-        std::printf("kelvo-demo: pid %d, tracing into instance %s\n", static_cast<int>(getpid()),
-                    instance);
+        std::printf("kelvo-demo: pid %d, tracing into instance %s\n", static_cast<int>(getpid()), instance);
     else
         std::printf("kelvo-demo: pid %d, no trace is on in instance %s: nothing is recorded\n",
                     static_cast<int>(getpid()), instance);
@@ -100,8 +108,8 @@ int main(int argc, char** argv)
     runWorkers(options, tally);
     std::printf("kelvo-demo: %u threads x %u orders: %u placed, %u refused, %u sold out, "
                 "%u declined, %u failed\n",
-                options.threads, options.calls, tally.placed.load(), tally.refused.load(),
-                tally.soldOut.load(), tally.declined.load(), tally.failed.load());
+                options.threads, options.calls, tally.placed.load(), tally.refused.load(), tally.soldOut.load(),
+                tally.declined.load(), tally.failed.load());
     if (options.severe)
         std::printf("kelvo-demo: order 1.1 lost the ledger: a SYSTEM_ERROR record, which stops "
                     "a trace that allows one severe error\n");

@@ -12,13 +12,12 @@ namespace {
 constexpr unsigned maxThreads = 64;
 constexpr unsigned maxCalls = 100000;
 
-const char usageText[] =
-    "Usage: kelvo-demo [-t <threads>] [-c <calls>] [--severe]\n"
-    "  -t, --threads <n>  worker threads, 1 to 64 (default 4)\n"
-    "  -c, --calls <n>    orders each worker places, 1 to 100000 (default 5)\n"
-    "      --severe       lose the ledger on the first order: a severe error,\n"
-    "                     which stops a trace that allows one (kelvo on -e 1)\n"
-    "  -h, --help         show this text\n";
+const char usageText[] = "Usage: kelvo-demo [-t <threads>] [-c <calls>] [--severe]\n"
+                         "  -t, --threads <n>  worker threads, 1 to 64 (default 4)\n"
+                         "  -c, --calls <n>    orders each worker places, 1 to 100000 (default 5)\n"
+                         "      --severe       lose the ledger on the first order: a severe error,\n"
+                         "                     which stops a trace that allows one (kelvo on -e 1)\n"
+                         "  -h, --help         show this text\n";
 
 bool isWord(const char* arg, const char* shortForm, const char* longForm)
 {

@@ -5,9 +5,9 @@
 namespace demo {
 
 struct Options {
-    unsigned threads = 4;   // worker threads
-    unsigned calls = 5;     // orders per worker
-    bool severe = false;    // lose the ledger on the first order: a severe error
+    unsigned threads = 4;  // worker threads
+    unsigned calls = 5;    // orders per worker
+    bool severe = false;   // lose the ledger on the first order: a severe error
 };
 
 enum class ParseResult { run, help, refused };

@@ -15,12 +15,10 @@ constexpr const char* itemName[itemCount + 1] = {"", "kettle", "lamp", "mug", "b
 int validate(const Order& order)
 {
     kelvo::TraceScope scope(orderValidate, TRC_EVENT_API_ENTRY, &order);
-    if (order.item >= 1 && order.item <= itemCount && order.quantity >= 1 &&
-        order.quantity <= maxQuantity)
+    if (order.item >= 1 && order.item <= itemCount && order.quantity >= 1 && order.quantity <= maxQuantity)
         return scope.ret(0);
-    trcWritef(product, TRC_EVENT_NON_FATAL_ERROR, componentShop, orderValidate.klass,
-              orderValidate.function, 1, &order, "order %u.%u refused: item %u, quantity %u",
-              order.thread, order.number, order.item, order.quantity);
+    trcWritef(product, TRC_EVENT_NON_FATAL_ERROR, componentShop, orderValidate.klass, orderValidate.function, 1, &order,
+              "order %u.%u refused: item %u, quantity %u", order.thread, order.number, order.item, order.quantity);
     return scope.ret(rcRefused);
 }
 
@@ -28,10 +26,9 @@ void price(Order& order)
 {
     kelvo::TraceScope scope(orderPrice, TRC_EVENT_API_ENTRY, &order);
     order.totalCents = priceCents[order.item] * order.quantity;
-    trcWritef(product, TRC_EVENT_API_PRINTF, componentShop, orderPrice.klass,
-              orderPrice.function, 1, &order, "%u x %s at %u.%02u = %u.%02u", order.quantity,
-              itemName[order.item], priceCents[order.item] / 100, priceCents[order.item] % 100,
-              order.totalCents / 100, order.totalCents % 100);
+    trcWritef(product, TRC_EVENT_API_PRINTF, componentShop, orderPrice.klass, orderPrice.function, 1, &order,
+              "%u x %s at %u.%02u = %u.%02u", order.quantity, itemName[order.item], priceCents[order.item] / 100,
+              priceCents[order.item] % 100, order.totalCents / 100, order.totalCents % 100);
 }
 
 }  // namespace

@@ -25,15 +25,13 @@ int reserveStock(const Order& order)
     std::lock_guard<std::mutex> hold(stockLock);
     unsigned& left = units[order.item];
     if (left < order.quantity) {
-        trcWritef(product, TRC_EVENT_CII_PRINTF, componentShop, stockReserve.klass,
-                  stockReserve.function, 1, &order, "item %u: %u wanted, %u left", order.item,
-                  order.quantity, left);
+        trcWritef(product, TRC_EVENT_CII_PRINTF, componentShop, stockReserve.klass, stockReserve.function, 1, &order,
+                  "item %u: %u wanted, %u left", order.item, order.quantity, left);
         return scope.ret(rcNoStock);
     }
     left -= order.quantity;
-    trcWritef(product, TRC_EVENT_CII_PRINTF, componentShop, stockReserve.klass,
-              stockReserve.function, 2, &order, "item %u: %u taken, %u left", order.item,
-              order.quantity, left);
+    trcWritef(product, TRC_EVENT_CII_PRINTF, componentShop, stockReserve.klass, stockReserve.function, 2, &order,
+              "item %u: %u taken, %u left", order.item, order.quantity, left);
     return scope.ret(0);
 }
 

@@ -32,10 +32,9 @@ extern "C" {
  * refused), ENOMEM, EAGAIN (semaphore not had within 10 seconds), ENODEV
  * (MMIO destination) or the error of creating the file.
  */
-int32_t trcOn(int32_t reserved, const uint8_t* mask, int32_t pid, int32_t tid, int32_t cpid,
-              uint32_t thisPointer, int32_t returnCode, int32_t maxSevereErrors,
-              int32_t maxRecordSize, uint32_t flags, const uint8_t* crashMask,
-              const uint8_t* pauseMask, int32_t pauseAttrib, const char* fileName,
+int32_t trcOn(int32_t reserved, const uint8_t* mask, int32_t pid, int32_t tid, int32_t cpid, uint32_t thisPointer,
+              int32_t returnCode, int32_t maxSevereErrors, int32_t maxRecordSize, uint32_t flags,
+              const uint8_t* crashMask, const uint8_t* pauseMask, int32_t pauseAttrib, const char* fileName,
               int64_t bufferSize);
 
 /* Ends the trace: once it returns, no writer stores another record. */
@@ -45,9 +44,9 @@ int32_t trcOff(int32_t reserved);
  * Changes what the running trace records. Of flags only the crash and pause
  * bits are taken; crashMask is read only with TRC_USE_CRASH_MASK.
  */
-int32_t trcChg(const uint8_t* mask, int32_t pid, int32_t tid, int32_t cpid, uint32_t thisPointer,
-               int32_t returnCode, int32_t maxSevereErrors, int32_t maxRecordSize, uint32_t flags,
-               const uint8_t* crashMask, const uint8_t* pauseMask, int32_t pauseAttrib);
+int32_t trcChg(const uint8_t* mask, int32_t pid, int32_t tid, int32_t cpid, uint32_t thisPointer, int32_t returnCode,
+               int32_t maxSevereErrors, int32_t maxRecordSize, uint32_t flags, const uint8_t* crashMask,
+               const uint8_t* pauseMask, int32_t pauseAttrib);
 
 /* Empties the record area; EINVAL for a native trace. */
 int32_t trcClear(int32_t reserved);

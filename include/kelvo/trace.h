@@ -22,7 +22,6 @@
 extern "C" {
 #endif
 
-
 /*
  * Nonzero while no trace runs and the facility watches for one, so that a
  * write may be answered with 1 without entering the library. Read only.
@@ -30,40 +29,34 @@ extern "C" {
 extern int trcWriterIdle;
 
 /* The library's entries of trcWrite and trcWriteRc, behind the idle test. */
-int trcWriteEntry(unsigned product, unsigned event, unsigned component, unsigned klass,
-                  unsigned function, unsigned tracePoint, const void* thisPointer,
-                  const void* data, unsigned length);
-int trcWriteRcEntry(unsigned product, unsigned event, unsigned component, unsigned klass,
-                    unsigned function, unsigned tracePoint, const void* thisPointer, int rc);
+int trcWriteEntry(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                  unsigned tracePoint, const void* thisPointer, const void* data, unsigned length);
+int trcWriteRcEntry(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                    unsigned tracePoint, const void* thisPointer, int rc);
 
 #ifndef KELVO_BUILDING_FACILITY
 /* A text record of length bytes; the bytes are stored as they stand. */
-static inline int trcWrite(unsigned product, unsigned event, unsigned component,
-                           unsigned klass, unsigned function, unsigned tracePoint,
-                           const void* thisPointer, const void* data, unsigned length)
+static inline int trcWrite(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                           unsigned tracePoint, const void* thisPointer, const void* data, unsigned length)
 {
     if (__atomic_load_n(&trcWriterIdle, __ATOMIC_RELAXED) != 0)
         return 1;
-    return trcWriteEntry(product, event, component, klass, function, tracePoint, thisPointer,
-                         data, length);
+    return trcWriteEntry(product, event, component, klass, function, tracePoint, thisPointer, data, length);
 }
 
 /* A return-code record. */
-static inline int trcWriteRc(unsigned product, unsigned event, unsigned component,
-                             unsigned klass, unsigned function, unsigned tracePoint,
-                             const void* thisPointer, int rc)
+static inline int trcWriteRc(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                             unsigned tracePoint, const void* thisPointer, int rc)
 {
     if (__atomic_load_n(&trcWriterIdle, __ATOMIC_RELAXED) != 0)
         return 1;
-    return trcWriteRcEntry(product, event, component, klass, function, tracePoint, thisPointer,
-                           rc);
+    return trcWriteRcEntry(product, event, component, klass, function, tracePoint, thisPointer, rc);
 }
 #endif
 
 /* A text record made by printf rules; formatted only when a trace takes it. */
-int trcWritef(unsigned product, unsigned event, unsigned component, unsigned klass,
-              unsigned function, unsigned tracePoint, const void* thisPointer,
-              const char* format, ...)
+int trcWritef(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+              unsigned tracePoint, const void* thisPointer, const char* format, ...)
 #if defined(__GNUC__)
     __attribute__((format(printf, 8, 9)))
 #endif

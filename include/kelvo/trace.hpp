@@ -26,15 +26,13 @@ public:
         : place_(place), exitEvent_(entryEvent + 1), this_(thisPointer)
     {
         unsigned length = text ? static_cast<unsigned>(std::strlen(text)) : 0;
-        trcWrite(place_.product, entryEvent, place_.component, place_.klass, place_.function, 0,
-                 this_, text, length);
+        trcWrite(place_.product, entryEvent, place_.component, place_.klass, place_.function, 0, this_, text, length);
     }
     TraceScope(const TraceScope&) = delete;
     TraceScope& operator=(const TraceScope&) = delete;
     ~TraceScope()
     {
-        trcWriteRc(place_.product, exitEvent_, place_.component, place_.klass, place_.function,
-                   0, this_, rc_);
+        trcWriteRc(place_.product, exitEvent_, place_.component, place_.klass, place_.function, 0, this_, rc_);
     }
 
     // The return code that the exit record carries; 0 unless set.
@@ -53,6 +51,6 @@ private:
     int rc_ = 0;
 };
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

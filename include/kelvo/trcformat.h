@@ -26,14 +26,14 @@
 #define TRC_LAYOUT_ID 3004
 #define TRC_HEADER_SIZE 3000
 #define TRC_MASK_SIZE 192
-#define TRC_MASK_MAP_SIZE 32     /* one map of 256 bits per identifier byte */
+#define TRC_MASK_MAP_SIZE 32 /* one map of 256 bits per identifier byte */
 #define TRC_PRODUCTS 256
 #define TRC_TEXT8 8
 #define TRC_FILE_NAME_SIZE 256
 #define TRC_SEGMENT_MAX 65536
-#define TRC_RECORD_FIXED 40      /* bytes ahead of the data */
-#define TRC_RECORD_MIN 44        /* fixed part and trailing length word */
-#define TRC_START_MARKER 8       /* length of the start marker at offset 0 */
+#define TRC_RECORD_FIXED 40 /* bytes ahead of the data */
+#define TRC_RECORD_MIN 44   /* fixed part and trailing length word */
+#define TRC_START_MARKER 8  /* length of the start marker at offset 0 */
 #define TRC_NO_VERSION "......."
 
 /* Bits of the flags word. */
@@ -45,7 +45,7 @@
 #define TRC_DEST_MMIO 0x20
 #define TRC_USE_CRASH_MASK 0x40
 #define TRC_NO_POINTER_CHECK 0x80
-#define TRC_OPTION_T 0x100          /* kept in the header; every record has a time stamp anyway */
+#define TRC_OPTION_T 0x100 /* kept in the header; every record has a time stamp anyway */
 #define TRC_USE_PAUSE_MASK 0x200
 #define TRC_USE_PAUSE_ATTRIB 0x400
 
@@ -97,8 +97,8 @@ extern "C" {
 #endif
 
 typedef struct trcHeader_t {
-    char magic[8];                        /* "@TRACE@" and its zero byte */
-    int32_t layoutId;                     /* TRC_LAYOUT_ID */
+    char magic[8];    /* "@TRACE@" and its zero byte */
+    int32_t layoutId; /* TRC_LAYOUT_ID */
     char traceVersion[TRC_TEXT8];
     char opSystem[TRC_TEXT8];
     char opSysVersion[TRC_TEXT8];
@@ -108,12 +108,12 @@ typedef struct trcHeader_t {
     int32_t traceOff;
     uint8_t reserved2104[4];
     int32_t traceFull;
-    int32_t tracePid;                     /* -1: all */
-    int32_t traceTid;                     /* -1: all */
-    int32_t traceCpid;                    /* -1: all */
-    uint32_t thisPointer;                 /* 0: all */
-    int32_t sysErrRc;                     /* 0: none */
-    int32_t maxSevereErrors;              /* -1: never */
+    int32_t tracePid;        /* -1: all */
+    int32_t traceTid;        /* -1: all */
+    int32_t traceCpid;       /* -1: all */
+    uint32_t thisPointer;    /* 0: all */
+    int32_t sysErrRc;        /* 0: none */
+    int32_t maxSevereErrors; /* -1: never */
     int32_t maxRecordSize;
     uint32_t flags;
     uint8_t reserved2144[4];
@@ -121,22 +121,22 @@ typedef struct trcHeader_t {
     uint8_t mask[TRC_MASK_SIZE];
     uint8_t crashMask[TRC_MASK_SIZE];
     uint8_t pauseMask[TRC_MASK_SIZE];
-    int32_t bufferSize;                   /* bytes of the record area */
+    int32_t bufferSize; /* bytes of the record area */
     uint8_t reserved2732[4];
     char fileName[TRC_FILE_NAME_SIZE];
     uint8_t reserved2992[8];
 } trcHeader_t;
 
 typedef struct trcRecord_t {
-    int32_t length;      /* fixed part, data and trailing word; no alignment */
-    uint32_t ident1;     /* 31..24 product, 23..16 event */
-    uint32_t ident2;     /* 31..24 component, 23..16 class, 15..8 function, 7..0 trace point */
+    int32_t length;  /* fixed part, data and trailing word; no alignment */
+    uint32_t ident1; /* 31..24 product, 23..16 event */
+    uint32_t ident2; /* 31..24 component, 23..16 class, 15..8 function, 7..0 trace point */
     uint32_t thisPointer;
     uint32_t pid;
     uint32_t tid;
-    int32_t node;        /* -1: unknown */
+    int32_t node; /* -1: unknown */
     uint32_t cpid;
-    int32_t sec;         /* 0: no time stamp */
+    int32_t sec; /* 0: no time stamp */
     int32_t nsec;
     /* data[length - 44], alignment to 4, trailing copy of length */
 } trcRecord_t;
@@ -200,10 +200,7 @@ inline int trcMaskByteOf(int map, unsigned value) { return map * TRC_MASK_MAP_SI
 inline bool trcMaskBitOf(unsigned byte, unsigned value) { return ((byte >> (value & 7)) & 1u) != 0; }
 
 /* Bytes a record of this length takes in the area: length rounded up to 4. */
-inline int32_t trcAligned(int32_t length)
-{
-    return static_cast<int32_t>((static_cast<uint32_t>(length) + 3u) & ~3u);
-}
+inline int32_t trcAligned(int32_t length) { return static_cast<int32_t>((static_cast<uint32_t>(length) + 3u) & ~3u); }
 
 /* Segment size of a record area: the smaller of the area and 64 KiB. */
 inline int32_t trcSegmentSize(int32_t bufferSize)

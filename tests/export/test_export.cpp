@@ -33,15 +33,13 @@ TraceImage callTree()
     for (const TraceRecordFields& f : {
              at(1000, ENTRY, OPEN, 1, 0, "hello"),  // 1
              at(2000, ENTRY, CLOSE),                // 2
-             at(2500, PRINTF, CLOSE, 1, 0, "in close"),
-             at(3000, EXIT, CLOSE, 1, 0),
-             at(5000, EXIT, OPEN, 1, 5),       // 5: error return
-             at(6000, EXIT, READ, 2, 0),       // 6: entry lost
-             at(7000, ENTRY, READ, 2),         // 7: never returns
-             at(9000, SYSERR, READ, 2, 0, "reading"),
-             at(10000, ENTRY, OPEN),           // 9
-             at(11000, ENTRY, CLOSE),          // 10: exit lost
-             at(12000, EXIT, OPEN, 1, 0),      // 11
+             at(2500, PRINTF, CLOSE, 1, 0, "in close"), at(3000, EXIT, CLOSE, 1, 0),
+             at(5000, EXIT, OPEN, 1, 5),                                       // 5: error return
+             at(6000, EXIT, READ, 2, 0),                                       // 6: entry lost
+             at(7000, ENTRY, READ, 2),                                         // 7: never returns
+             at(9000, SYSERR, READ, 2, 0, "reading"), at(10000, ENTRY, OPEN),  // 9
+             at(11000, ENTRY, CLOSE),                                          // 10: exit lost
+             at(12000, EXIT, OPEN, 1, 0),                                      // 11
          }) {
         traceImageAdd(img, f);
     }
@@ -61,21 +59,22 @@ TEST(Export, CallsBecomeNestedSlicesAndOtherRecordsInstants)
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(d.checked(d.dir.file("t.json")),
-              "i 100.1 1500 event \"api_printf Core Reader::close\" {\"record\": 3, \"text\": \"in close\"}\n"
-              "X 100.1 1000 +1000 call \"Core Reader::close\" {\"entry\": 2, \"exit\": 4, \"rc\": 0}\n"
-              "X 100.1 0 +4000 call,error \"Core Reader::open\" {\"entry\": 1, \"exit\": 5, \"rc\": 5, \"text\": \"hello\"}\n"
-              "i 100.2 5000 event \"api_exit Core Reader::read\" {\"entry lost\": \"an exit whose entry is not in the "
-              "trace\", \"rc\": 0, \"record\": 6}\n"
-              "i 100.2 8000 error \"SYSTEM_ERROR Core Reader::read\" {\"record\": 8, \"text\": \"reading\"}\n"
-              "X 100.1 10000 +1000 call \"Core Reader::close\" {\"ended by\": 11, \"entry\": 10, \"exit lost\": \"a "
-              "later record of the thread is outside the call\"}\n"
-              "X 100.1 9000 +2000 call \"Core Reader::open\" {\"entry\": 9, \"exit\": 11, \"rc\": 0}\n"
-              "X 100.2 6000 +2000 call \"Core Reader::read\" {\"entry\": 7, \"last record\": 8, \"still open\": \"no "
-              "exit up to the thread's last record\"}\n"
-              "M 100.0 process_name \"pid 100\"\n"
-              "M 100.1 thread_name \"tid 1\"\n"
-              "M 100.2 thread_name \"tid 2\"\n");
+    EXPECT_EQ(
+        d.checked(d.dir.file("t.json")),
+        "i 100.1 1500 event \"api_printf Core Reader::close\" {\"record\": 3, \"text\": \"in close\"}\n"
+        "X 100.1 1000 +1000 call \"Core Reader::close\" {\"entry\": 2, \"exit\": 4, \"rc\": 0}\n"
+        "X 100.1 0 +4000 call,error \"Core Reader::open\" {\"entry\": 1, \"exit\": 5, \"rc\": 5, \"text\": \"hello\"}\n"
+        "i 100.2 5000 event \"api_exit Core Reader::read\" {\"entry lost\": \"an exit whose entry is not in the "
+        "trace\", \"rc\": 0, \"record\": 6}\n"
+        "i 100.2 8000 error \"SYSTEM_ERROR Core Reader::read\" {\"record\": 8, \"text\": \"reading\"}\n"
+        "X 100.1 10000 +1000 call \"Core Reader::close\" {\"ended by\": 11, \"entry\": 10, \"exit lost\": \"a "
+        "later record of the thread is outside the call\"}\n"
+        "X 100.1 9000 +2000 call \"Core Reader::open\" {\"entry\": 9, \"exit\": 11, \"rc\": 0}\n"
+        "X 100.2 6000 +2000 call \"Core Reader::read\" {\"entry\": 7, \"last record\": 8, \"still open\": \"no "
+        "exit up to the thread's last record\"}\n"
+        "M 100.0 process_name \"pid 100\"\n"
+        "M 100.1 thread_name \"tid 1\"\n"
+        "M 100.2 thread_name \"tid 2\"\n");
 
     // A range keeps the calls that it opens or ends, at their full length,
     // and names only the threads that show something; to standard output.
@@ -98,10 +97,12 @@ TEST(Export, TextsAreEscapedAndMadeValidUtf8)
 {
     ExportDir d;
     TraceImage img = traceImageNew(65536);
-    const std::vector<std::string> texts = {
-        "say \"hi\" \\ back", std::string("ctl\x01\x1f\n\t\r\x7f", 9), "bad \xff\xfe ok \xc3",
-        "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "overlong \xc0\xaf surrogate \xed\xa0\x80 big \xf4\x90\x80\x80",
-        std::string("zero\0byte", 9)};
+    const std::vector<std::string> texts = {"say \"hi\" \\ back",
+                                            std::string("ctl\x01\x1f\n\t\r\x7f", 9),
+                                            "bad \xff\xfe ok \xc3",
+                                            "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80",
+                                            "overlong \xc0\xaf surrogate \xed\xa0\x80 big \xf4\x90\x80\x80",
+                                            std::string("zero\0byte", 9)};
     long ns = 1000;
     for (const std::string& t : texts) {
         traceImageAdd(img, at(ns += 1000, PRINTF, OPEN, 1, 0, t));
@@ -117,13 +118,14 @@ TEST(Export, TextsAreEscapedAndMadeValidUtf8)
             texts_seen += line.substr(at) + "\n";
         }
     }
-    EXPECT_EQ(texts_seen,
-              "\"text\": \"say \\\"hi\\\" \\\\ back\"}\n"
-              "\"text\": \"ctl\\u0001\\u001f\\n\\t\\r\\u007f\"}\n"
-              "\"text\": \"bad \\ufffd\\ufffd ok \\ufffd\"}\n"
-              "\"text\": \"caf\\u00e9 \\u20ac \\ud83d\\ude00\"}\n"
-              "\"text\": \"overlong \\ufffd\\ufffd surrogate \\ufffd\\ufffd\\ufffd big \\ufffd\\ufffd\\ufffd\\ufffd\"}\n"
-              "\"text\": \"zero\\u0000byte\"}\n");
+    EXPECT_EQ(
+        texts_seen,
+        "\"text\": \"say \\\"hi\\\" \\\\ back\"}\n"
+        "\"text\": \"ctl\\u0001\\u001f\\n\\t\\r\\u007f\"}\n"
+        "\"text\": \"bad \\ufffd\\ufffd ok \\ufffd\"}\n"
+        "\"text\": \"caf\\u00e9 \\u20ac \\ud83d\\ude00\"}\n"
+        "\"text\": \"overlong \\ufffd\\ufffd surrogate \\ufffd\\ufffd\\ufffd big \\ufffd\\ufffd\\ufffd\\ufffd\"}\n"
+        "\"text\": \"zero\\u0000byte\"}\n");
 
     // The same texts as CSV fields: quotes doubled, zero bytes and
     // ill-formed sequences replaced.
@@ -138,7 +140,8 @@ TEST(Export, TextsAreEscapedAndMadeValidUtf8)
     }
     EXPECT_EQ(fields, "\"bad \xef\xbf\xbd\xef\xbf\xbd ok \xef\xbf\xbd\"|\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\"|"
                       "\"overlong \xef\xbf\xbd\xef\xbf\xbd surrogate \xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd big "
-                      "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\"|\"zero\xef\xbf\xbd" "byte\"|");
+                      "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\"|\"zero\xef\xbf\xbd"
+                      "byte\"|");
 }
 
 TEST(Export, RecordsWithoutTimeStampsArePlacedByRecordOrder)
@@ -357,9 +360,10 @@ TEST(ExportLive, TheLiveTraceIsReadAsFmtReadsIt)
             lines += kept + "\n";
         }
         EXPECT_EQ(lines, "i " + where + " event \"api_printf Core Reader::open\" {\"record\": 2, \"text\": \"n=5\"}\n" +
-                             "X " + where + " call,error \"Core Reader::open\" {\"entry\": 1, \"exit\": 3, \"rc\": -1}\n" +
-                             "M " + std::to_string(getpid()) + ".0 process_name \"pid " + std::to_string(getpid()) +
-                             "\"\nM " + where + " thread_name \"tid " + std::to_string(syscall(SYS_gettid)) + "\"\n");
+                             "X " + where +
+                             " call,error \"Core Reader::open\" {\"entry\": 1, \"exit\": 3, \"rc\": -1}\n" + "M " +
+                             std::to_string(getpid()) + ".0 process_name \"pid " + std::to_string(getpid()) + "\"\nM " +
+                             where + " thread_name \"tid " + std::to_string(syscall(SYS_gettid)) + "\"\n");
         unlink(d.dir.file("live.json").c_str());
     }
     const RunResult stats = d.stats({"--csv"});

@@ -21,26 +21,26 @@ TraceImage knownTree()
 {
     TraceImage img = traceImageNew(65536);
     for (const TraceRecordFields& f : {
-             at(1000, ENTRY, OPEN),          // open
-             at(2000, ENTRY, READ),          //   read
-             at(2500, ENTRY, READ),          //     read
-             at(3000, SYSERR, READ, 1, 0, "disk"),
-             at(3500, EXIT, READ, 1, 0),     //     read: 1000
-             at(4000, EXIT, READ, 1, 0),     //   read: 2000, own 1000
-             at(5000, ENTRY, CLOSE),         //   close
-             at(10000, ERRCODE, CLOSE, 1, -5),  // close: 5000, error
-             at(11000, EXIT, OPEN, 1, 0),    // open: 10000, own 3000
-             at(11500, EXIT, CLOSE, 1, 0),   // entry lost: no call
-             at(21000, PRINTF, READ, 2),     // read entered unseen
-             at(27000, PRINTF, READ, 2),     // still open: 6000
+             at(1000, ENTRY, OPEN),                                             // open
+             at(2000, ENTRY, READ),                                             //   read
+             at(2500, ENTRY, READ),                                             //     read
+             at(3000, SYSERR, READ, 1, 0, "disk"), at(3500, EXIT, READ, 1, 0),  //     read: 1000
+             at(4000, EXIT, READ, 1, 0),                                        //   read: 2000, own 1000
+             at(5000, ENTRY, CLOSE),                                            //   close
+             at(10000, ERRCODE, CLOSE, 1, -5),                                  // close: 5000, error
+             at(11000, EXIT, OPEN, 1, 0),                                       // open: 10000, own 3000
+             at(11500, EXIT, CLOSE, 1, 0),                                      // entry lost: no call
+             at(21000, PRINTF, READ, 2),                                        // read entered unseen
+             at(27000, PRINTF, READ, 2),                                        // still open: 6000
          }) {
         traceImageAdd(img, f);
     }
     return img;
 }
 
-const std::string usageText = "Usage: kelvo-stats [-m <mask>] [-p <pid>] [-x [first][-[last]]] [-s calls|total|self|max] "
-                              "[-n <rows>] [--csv] [<source>]\n";
+const std::string usageText =
+    "Usage: kelvo-stats [-m <mask>] [-p <pid>] [-x [first][-[last]]] [-s calls|total|self|max] "
+    "[-n <rows>] [--csv] [<source>]\n";
 const std::string header = "function,calls,total_ns,self_ns,min_ns,avg_ns,max_ns,errors\n";
 
 }  // namespace
@@ -50,10 +50,9 @@ TEST(Stats, FiguresOfAKnownCallTreeAreExact)
     ExportDir d;
     const std::string trace = d.save(knownTree());
     const RunResult csv = d.stats({"--csv", trace});
-    EXPECT_EQ(csv.out, header +
-                           "\"Core Reader::open\",1,10000,3000,10000,10000,10000,0\n"
-                           "\"Core Reader::read\",3,9000,8000,1000,3000,6000,1\n"
-                           "\"Core Reader::close\",1,5000,5000,5000,5000,5000,1\n");
+    EXPECT_EQ(csv.out, header + "\"Core Reader::open\",1,10000,3000,10000,10000,10000,0\n"
+                                "\"Core Reader::read\",3,9000,8000,1000,3000,6000,1\n"
+                                "\"Core Reader::close\",1,5000,5000,5000,5000,5000,1\n");
     EXPECT_EQ(csv.err, "");
     EXPECT_EQ(csv.status, 0);
 
@@ -82,10 +81,9 @@ TEST(Stats, TableAlignsFiguresInReadableUnits)
     last.sec = 102, last.nsec = 500000000;  // 2.5 s after the start
     traceImageAdd(img, last);
     const RunResult r = d.stats({d.save(img)});
-    EXPECT_EQ(r.out,
-              "function            calls    total     self      min      avg      max  errors\n"
-              "Core Reader::open       1  2.500 s  2.500 s  2.500 s  2.500 s  2.500 s       0\n"
-              "Core Reader::close      1   999 ns   999 ns   999 ns   999 ns   999 ns       0\n");
+    EXPECT_EQ(r.out, "function            calls    total     self      min      avg      max  errors\n"
+                     "Core Reader::open       1  2.500 s  2.500 s  2.500 s  2.500 s  2.500 s       0\n"
+                     "Core Reader::close      1   999 ns   999 ns   999 ns   999 ns   999 ns       0\n");
     EXPECT_EQ(r.status, 0);
 }
 
@@ -98,8 +96,8 @@ TEST(Stats, MessagesOfOptions)
         std::string out;
     };
     for (const Case& c : std::vector<Case>{
-             {{"-s", "name", trace}, "kelvo-stats: incorrect sort key \"name\"; use calls, total, self or max.\n\n" +
-                                         usageText},
+             {{"-s", "name", trace},
+              "kelvo-stats: incorrect sort key \"name\"; use calls, total, self or max.\n\n" + usageText},
              {{"-n", "-1", trace}, "kelvo-stats: incorrect number of rows \"-1\"; give 0 or more.\n\n" + usageText},
              {{"-n"}, trcMsgGet(101) + std::string("\n\n") + usageText},
              {{trace, "out"}, trcMsgGet(100) + std::string("\n\n") + usageText},

@@ -50,10 +50,9 @@ inline std::string settings(const trcHeader_t& h)
 {
     const auto maskOrNone = [](const uint8_t* m) { return isClear(m) ? "none" : maskText(m); };
     std::ostringstream s;
-    s << "flags=" << h.flags << " size=" << h.bufferSize << " mask=" << maskText(h.mask)
-      << " pid=" << h.tracePid << " tid=" << h.traceTid << " cpid=" << h.traceCpid << " this=0x"
-      << std::hex << h.thisPointer << std::dec << " rc=" << h.sysErrRc
-      << " e=" << h.maxSevereErrors << " r=" << h.maxRecordSize << " pa=" << h.pauseAttrib
+    s << "flags=" << h.flags << " size=" << h.bufferSize << " mask=" << maskText(h.mask) << " pid=" << h.tracePid
+      << " tid=" << h.traceTid << " cpid=" << h.traceCpid << " this=0x" << std::hex << h.thisPointer << std::dec
+      << " rc=" << h.sysErrRc << " e=" << h.maxSevereErrors << " r=" << h.maxRecordSize << " pa=" << h.pauseAttrib
       << " pause=" << maskOrNone(h.pauseMask) << " crash=" << maskOrNone(h.crashMask)
       << " file=" << std::string(h.fileName, strnlen(h.fileName, sizeof h.fileName));
     return s.str();
@@ -77,7 +76,7 @@ inline std::string changed(const std::string& base, const std::string& changes)
 
 // What a plain `on` sets.
 inline const std::string defaults = "flags=137 size=1048576 mask=*.*.*.*.*.* pid=-1 tid=-1 cpid=-1 "
-                             "this=0x0 rc=0 e=1 r=32768 pa=-1 pause=none crash=none file=";
+                                    "this=0x0 rc=0 e=1 r=32768 pa=-1 pause=none crash=none file=";
 
 inline std::vector<std::string> words(const std::string& first, std::vector<std::string> rest)
 {
@@ -99,8 +98,7 @@ public:
 
     const std::string& name() const { return name_; }
 
-    kelvotest::RunResult run(const std::vector<std::string>& args,
-                             const std::string& workDir = {}) const
+    kelvotest::RunResult run(const std::vector<std::string>& args, const std::string& workDir = {}) const
     {
         return kelvotest::runTool(args, {{"KELVO_INSTANCE", name_}}, workDir);
     }
@@ -122,7 +120,8 @@ public:
                    if (const trcHeader_t* live = trcAttach(0, 0, 0)) {
                        std::fwrite(live, sizeof *live, 1, stdout);
                    }
-               }).out;
+               })
+            .out;
     }
 
     std::string settings() const
@@ -139,8 +138,8 @@ public:
         const auto child = inChild([&] {
             int stored = 0;
             for (int i = 0; i < count; ++i) {
-                stored += trcWrite(product, event, 1, 1, 1, 1, nullptr, text.data(),
-                                   static_cast<unsigned>(text.size())) == 0;
+                stored +=
+                    trcWrite(product, event, 1, 1, 1, 1, nullptr, text.data(), static_cast<unsigned>(text.size())) == 0;
             }
             std::printf("%d", stored);
         });
@@ -172,8 +171,7 @@ public:
     explicit SmallDisk(const std::string& path, unsigned long flags = 0) : path_(path)
     {
         mkdir(path.c_str(), 0777);
-        mounted_ = getuid() == 0 &&
-                   mount("tmpfs", path.c_str(), "tmpfs", flags, "size=64k,mode=0777") == 0;
+        mounted_ = getuid() == 0 && mount("tmpfs", path.c_str(), "tmpfs", flags, "size=64k,mode=0777") == 0;
     }
     ~SmallDisk()
     {
@@ -192,12 +190,12 @@ private:
 
 }  // namespace kelvotest
 
-#define EXPECT_RUN(run, expectedOut, expectedStatus)   \
-    do {                                              \
-        const auto& run_ = (run);                     \
-        EXPECT_EQ(run_.out, expectedOut);             \
-        EXPECT_EQ(run_.err, "");                      \
-        EXPECT_EQ(run_.status, expectedStatus);       \
+#define EXPECT_RUN(run, expectedOut, expectedStatus)                                                                   \
+    do {                                                                                                               \
+        const auto& run_ = (run);                                                                                      \
+        EXPECT_EQ(run_.out, expectedOut);                                                                              \
+        EXPECT_EQ(run_.err, "");                                                                                       \
+        EXPECT_EQ(run_.status, expectedStatus);                                                                        \
     } while (0)
 
 #endif

@@ -20,7 +20,10 @@ namespace kelvotest {
 struct ExportDir {
     kelvotest::TempDir dir;
     std::string instance = "exporttest-none-" + std::to_string(getpid());
-    ExportDir() { dir.write("a.tfi", "tfiversion 1 bldlvl \"x\" product Alpha 1 component Core 1 class Reader open close read\n"); }
+    ExportDir()
+    {
+        dir.write("a.tfi", "tfiversion 1 bldlvl \"x\" product Alpha 1 component Core 1 class Reader open close read\n");
+    }
     std::string save(const kelvotest::TraceImage& img, const std::string& name = "t.bin") const
     {
         kelvotest::traceImageSave(img, dir.file(name));
@@ -30,11 +33,14 @@ struct ExportDir {
     {
         std::vector<std::string> argv{program};
         argv.insert(argv.end(), args.begin(), args.end());
-        return kelvotest::runProgram(program, argv,
-                                     {{"TRCTFIDIR", dir.path()}, {"KELVO_HOME", std::nullopt}, {"KELVO_INSTANCE", instance}},
-                                     dir.path());
+        return kelvotest::runProgram(
+            program, argv, {{"TRCTFIDIR", dir.path()}, {"KELVO_HOME", std::nullopt}, {"KELVO_INSTANCE", instance}},
+            dir.path());
     }
-    kelvotest::RunResult exportTrace(const std::vector<std::string>& args) const { return run(KELVO_EXPORT_PATH, args); }
+    kelvotest::RunResult exportTrace(const std::vector<std::string>& args) const
+    {
+        return run(KELVO_EXPORT_PATH, args);
+    }
     kelvotest::RunResult stats(const std::vector<std::string>& args) const { return run(KELVO_STATS_PATH, args); }
     // The canonical lines of the checker for a JSON file; fails the test
     // if the checker refuses it.

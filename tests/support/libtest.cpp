@@ -20,9 +20,8 @@ std::vector<uint8_t> noMask() { return std::vector<uint8_t>(TRC_MASK_SIZE, 0); }
 
 int turnOn(const OnArgs& a)
 {
-    if (trcOn(0, a.mask.data(), a.pid, a.tid, a.cpid, a.thisPointer, a.returnCode,
-              a.maxSevereErrors, a.maxRecordSize, a.flags, a.crashMask.data(),
-              a.pauseMask.data(), a.pauseAttrib, a.fileName.c_str(), a.bufferSize) != 0)
+    if (trcOn(0, a.mask.data(), a.pid, a.tid, a.cpid, a.thisPointer, a.returnCode, a.maxSevereErrors, a.maxRecordSize,
+              a.flags, a.crashMask.data(), a.pauseMask.data(), a.pauseAttrib, a.fileName.c_str(), a.bufferSize) != 0)
         return errno;
     trcIsOn();  // the writers of this process see the new trace at once
     return 0;
@@ -30,8 +29,8 @@ int turnOn(const OnArgs& a)
 
 int change(const OnArgs& a)
 {
-    return trcChg(a.mask.data(), a.pid, a.tid, a.cpid, a.thisPointer, a.returnCode, a.maxSevereErrors,
-                  a.maxRecordSize, a.flags, a.crashMask.data(), a.pauseMask.data(), a.pauseAttrib) == 0
+    return trcChg(a.mask.data(), a.pid, a.tid, a.cpid, a.thisPointer, a.returnCode, a.maxSevereErrors, a.maxRecordSize,
+                  a.flags, a.crashMask.data(), a.pauseMask.data(), a.pauseAttrib) == 0
                ? 0
                : errno;
 }
@@ -71,9 +70,9 @@ Walked walkImage(const std::string& image)
     w.lost = walk.hasLostRecords;
     w.complete = trcWalkEach(&walk, area, [&](const trcRecord_t* r) {
         Found f{*r, {}, {}, false};
-        f.ids = {static_cast<uint8_t>(trcRecProduct(r)), static_cast<uint8_t>(trcRecEvent(r)),
+        f.ids = {static_cast<uint8_t>(trcRecProduct(r)),   static_cast<uint8_t>(trcRecEvent(r)),
                  static_cast<uint8_t>(trcRecComponent(r)), static_cast<uint8_t>(trcRecClass(r)),
-                 static_cast<uint8_t>(trcRecFunction(r)), static_cast<uint8_t>(trcRecTracePoint(r))};
+                 static_cast<uint8_t>(trcRecFunction(r)),  static_cast<uint8_t>(trcRecTracePoint(r))};
         const char* bytes = reinterpret_cast<const char*>(r);
         int32_t trailing = -1;
         if (r->length >= TRC_RECORD_MIN)
@@ -122,4 +121,4 @@ void expectRun(const Walked& w, int64_t last)
     }
 }
 
-} // namespace kelvotest
+}  // namespace kelvotest

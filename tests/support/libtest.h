@@ -42,6 +42,7 @@ public:
     Instance();
     ~Instance() { trcOff(0); }
     const std::string& name() const { return name_; }
+
 private:
     std::string name_;
 };
@@ -72,7 +73,8 @@ int64_t patternNumber(const std::string& text);
 void expectRun(const Walked& w, int64_t last);
 
 // Runs fn in a child process and returns its wait status.
-template <typename Fn> int inChild(Fn fn)
+template <typename Fn>
+int inChild(Fn fn)
 {
     pid_t pid = fork();
     if (pid == 0)
@@ -82,6 +84,6 @@ template <typename Fn> int inChild(Fn fn)
     return status;
 }
 
-} // namespace kelvotest
+}  // namespace kelvotest
 
 #endif

@@ -69,10 +69,7 @@ inline std::string summary(bool truncated, bool lost, long size, long records)
            "Records in trace        : " + std::to_string(records) + "\n";
 }
 
-inline std::string formatted(long n)
-{
-    return "Records formatted       : " + std::to_string(n) + "\n";
-}
+inline std::string formatted(long n) { return "Records formatted       : " + std::to_string(n) + "\n"; }
 
 // What a command-line failure prints: the message, a blank line, the usage.
 inline std::string usageWith(int message, int usage)

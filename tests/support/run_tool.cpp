@@ -106,14 +106,10 @@ std::vector<char*> pointers(std::vector<std::string>& texts)
 
 }  // namespace
 
-const char* toolPath()
-{
-    return KELVO_TOOL_PATH;
-}
+const char* toolPath() { return KELVO_TOOL_PATH; }
 
-RunResult runProgram(const std::string& path, const std::vector<std::string>& argv,
-                     const EnvOverrides& env, const std::string& workDir,
-                     const std::optional<std::string>& input)
+RunResult runProgram(const std::string& path, const std::vector<std::string>& argv, const EnvOverrides& env,
+                     const std::string& workDir, const std::optional<std::string>& input)
 {
     // Built before the fork, so that the child only changes directory and
     // calls execve.
@@ -129,17 +125,16 @@ RunResult runProgram(const std::string& path, const std::vector<std::string>& ar
     });
 }
 
-RunResult runToolAs(const std::string& argv0, const std::vector<std::string>& args,
-                    const EnvOverrides& env, const std::string& workDir,
-                    const std::optional<std::string>& input)
+RunResult runToolAs(const std::string& argv0, const std::vector<std::string>& args, const EnvOverrides& env,
+                    const std::string& workDir, const std::optional<std::string>& input)
 {
     std::vector<std::string> argv{argv0};
     argv.insert(argv.end(), args.begin(), args.end());
     return runProgram(toolPath(), argv, env, workDir, input);
 }
 
-RunResult runTool(const std::vector<std::string>& args, const EnvOverrides& env,
-                  const std::string& workDir, const std::optional<std::string>& input)
+RunResult runTool(const std::vector<std::string>& args, const EnvOverrides& env, const std::string& workDir,
+                  const std::optional<std::string>& input)
 {
     return runToolAs(toolPath(), args, env, workDir, input);
 }
@@ -171,10 +166,7 @@ TempDir::~TempDir()
     std::filesystem::remove_all(path_, ignored);
 }
 
-std::string TempDir::file(const std::string& name) const
-{
-    return path_ + "/" + name;
-}
+std::string TempDir::file(const std::string& name) const { return path_ + "/" + name; }
 
 std::string TempDir::write(const std::string& name, const std::string& content) const
 {

@@ -27,16 +27,13 @@ const char* toolPath();  // of the built kelvo tool
 
 // Runs the program at path with exactly argv (argv[0] included) in workDir
 // (empty: the test's own), with input as its standard input (none: empty).
-RunResult runProgram(const std::string& path, const std::vector<std::string>& argv,
-                     const EnvOverrides& env = {}, const std::string& workDir = {},
-                     const std::optional<std::string>& input = std::nullopt);
+RunResult runProgram(const std::string& path, const std::vector<std::string>& argv, const EnvOverrides& env = {},
+                     const std::string& workDir = {}, const std::optional<std::string>& input = std::nullopt);
 // Runs the tool with args behind argv0 (e.g. "bin/kelvo"), or behind its own
 // path: runTool({"fmt", "-m", "1", "dump.bin"}, {{"TRCTFIDIR", dir}}, tmp.path()).
-RunResult runToolAs(const std::string& argv0, const std::vector<std::string>& args,
-                    const EnvOverrides& env = {}, const std::string& workDir = {},
-                    const std::optional<std::string>& input = std::nullopt);
-RunResult runTool(const std::vector<std::string>& args, const EnvOverrides& env = {},
-                  const std::string& workDir = {},
+RunResult runToolAs(const std::string& argv0, const std::vector<std::string>& args, const EnvOverrides& env = {},
+                    const std::string& workDir = {}, const std::optional<std::string>& input = std::nullopt);
+RunResult runTool(const std::vector<std::string>& args, const EnvOverrides& env = {}, const std::string& workDir = {},
                   const std::optional<std::string>& input = std::nullopt);
 
 // Status of a captureChild whose function returned, or let an exception out.

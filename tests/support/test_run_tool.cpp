@@ -18,10 +18,11 @@ TEST(RunProgram, PassesArgumentsEnvironmentDirectoryAndInputAndReportsTheEnd)
     for (int i = 0; i < 100000; ++i) {
         big += std::to_string(i) + "\n";
     }
-    const auto run = runProgram(
-        "/bin/sh", {"sh", "-c", "pwd; echo \"$KELVO_TEST_SET\" \"${KELVO_TEST_DROPPED-unset}\"; "
-                                "cat; echo oops >&2; exit 3"},
-        {{"KELVO_TEST_SET", "value"}, {"KELVO_TEST_DROPPED", std::nullopt}}, dir.path(), big);
+    const auto run = runProgram("/bin/sh",
+                                {"sh", "-c",
+                                 "pwd; echo \"$KELVO_TEST_SET\" \"${KELVO_TEST_DROPPED-unset}\"; "
+                                 "cat; echo oops >&2; exit 3"},
+                                {{"KELVO_TEST_SET", "value"}, {"KELVO_TEST_DROPPED", std::nullopt}}, dir.path(), big);
     EXPECT_EQ(run.out, dir.path() + "\nvalue unset\n" + big);
     EXPECT_EQ(run.err, "oops\n");
     EXPECT_EQ(run.status, 3);
@@ -43,8 +44,16 @@ TEST(CaptureChild, ReportsOutputAndHowTheChildEnded)
         std::string out, err;
         int status;
     } cases[] = {
-        {[] { std::printf("out"); std::fprintf(stderr, "err"); }, "out", "err", childReturned},
-        {[] { std::printf("buffered"); std::exit(5); }, "buffered", "", 5},
+        {[] {
+             std::printf("out");
+             std::fprintf(stderr, "err");
+         },
+         "out", "err", childReturned},
+        {[] {
+             std::printf("buffered");
+             std::exit(5);
+         },
+         "buffered", "", 5},
         {[] { throw std::runtime_error("x"); }, "", "", childThrew},
         {[] { std::abort(); }, "", "", 128 + 6},
     };

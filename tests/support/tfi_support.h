@@ -14,7 +14,8 @@ namespace kelvotest {
 
 // What a trcTfiExc said, as "code|message|file|line" with "@" for the file
 // named by at, or "no failure".
-template <class F> std::string failureOf(F f, const std::string& at = {})
+template <class F>
+std::string failureOf(F f, const std::string& at = {})
 {
     try {
         f();
@@ -50,6 +51,6 @@ inline int initNames(const std::string& dir)
     return result;
 }
 
-} // namespace kelvotest
+}  // namespace kelvotest
 
 #endif

@@ -15,8 +15,8 @@ namespace {
 // Whether the size bytes at offset lie inside the area; a failure if not.
 bool inArea(const TraceImage& img, int64_t offset, int64_t size)
 {
-    const bool inside = offset >= 0 && size >= 0 &&
-                        TRC_HEADER_SIZE + offset + size <= static_cast<int64_t>(img.bytes.size());
+    const bool inside =
+        offset >= 0 && size >= 0 && TRC_HEADER_SIZE + offset + size <= static_cast<int64_t>(img.bytes.size());
     EXPECT_TRUE(inside) << size << " bytes at " << offset << " lie outside the area";
     return inside;
 }
@@ -33,7 +33,7 @@ void forget(TraceImage& img, int32_t from, int32_t to)
                   [from, to](const TracePlaced& p) { return p.offset < to && from < p.offset + p.aligned; });
 }
 
-} // namespace
+}  // namespace
 
 TraceImage traceImageNew(int32_t bufferSize, uint32_t flags)
 {
@@ -63,15 +63,9 @@ TraceImage traceImageNew(int32_t bufferSize, uint32_t flags)
     return img;
 }
 
-trcHeader_t* traceImageHeader(TraceImage& img)
-{
-    return reinterpret_cast<trcHeader_t*>(img.bytes.data());
-}
+trcHeader_t* traceImageHeader(TraceImage& img) { return reinterpret_cast<trcHeader_t*>(img.bytes.data()); }
 
-uint8_t* traceImageArea(TraceImage& img)
-{
-    return img.bytes.data() + TRC_HEADER_SIZE;
-}
+uint8_t* traceImageArea(TraceImage& img) { return img.bytes.data() + TRC_HEADER_SIZE; }
 
 int32_t traceImageAdd(TraceImage& img, const TraceRecordFields& rec)
 {
@@ -127,8 +121,7 @@ int32_t traceImageOffsetOf(const TraceImage& img, int32_t number)
     return it == img.placed.end() ? -1 : it->offset;
 }
 
-int32_t traceImagePut(TraceImage& img, int32_t offset, const TraceRecordFields& rec,
-                      std::optional<int32_t> length)
+int32_t traceImagePut(TraceImage& img, int32_t offset, const TraceRecordFields& rec, std::optional<int32_t> length)
 {
     const int32_t aligned = trcAligned(lengthOf(rec));
     if (!inArea(img, offset, aligned)) {
@@ -141,10 +134,14 @@ int32_t traceImagePut(TraceImage& img, int32_t offset, const TraceRecordFields& 
     const uint32_t fixed[10] = {
         word,
         uint32_t{rec.product} << 24 | uint32_t{rec.event} << 16,
-        uint32_t{rec.component} << 24 | uint32_t{rec.klass} << 16 | uint32_t{rec.function} << 8 |
-            rec.tracePoint,
-        rec.thisPointer, rec.pid, rec.tid, static_cast<uint32_t>(rec.node), rec.cpid,
-        static_cast<uint32_t>(rec.sec), static_cast<uint32_t>(rec.nsec),
+        uint32_t{rec.component} << 24 | uint32_t{rec.klass} << 16 | uint32_t{rec.function} << 8 | rec.tracePoint,
+        rec.thisPointer,
+        rec.pid,
+        rec.tid,
+        static_cast<uint32_t>(rec.node),
+        rec.cpid,
+        static_cast<uint32_t>(rec.sec),
+        static_cast<uint32_t>(rec.nsec),
     };
     std::memset(at, 0, static_cast<size_t>(aligned));
     std::memcpy(at, fixed, sizeof fixed);
@@ -171,20 +168,14 @@ int32_t traceImagePeek32(const TraceImage& img, int32_t offset)
     return value;
 }
 
-void traceImageResize(TraceImage& img, size_t areaSize)
-{
-    img.bytes.resize(TRC_HEADER_SIZE + areaSize, 0);
-}
+void traceImageResize(TraceImage& img, size_t areaSize) { img.bytes.resize(TRC_HEADER_SIZE + areaSize, 0); }
 
 const trcRecord_t* traceImageRecordAt(TraceImage& img, int32_t offset)
 {
     return reinterpret_cast<const trcRecord_t*>(traceImageArea(img) + offset);
 }
 
-std::string traceImageBytes(const TraceImage& img)
-{
-    return std::string(img.bytes.begin(), img.bytes.end());
-}
+std::string traceImageBytes(const TraceImage& img) { return std::string(img.bytes.begin(), img.bytes.end()); }
 
 void traceImageSave(const TraceImage& img, const std::string& path)
 {

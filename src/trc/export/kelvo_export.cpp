@@ -40,7 +40,8 @@ int takeCsv(int, char** args, int at, void* context)
 
 int main(int argc, char** argv)
 {
-    trcxUsageText = "Usage: kelvo-export [-m <mask>] [-p <pid>] [-x [first][-[last]]] [--csv] [<source> [<destination>]]";
+    trcxUsageText =
+        "Usage: kelvo-export [-m <mask>] [-p <pid>] [-x [first][-[last]]] [--csv] [<source> [<destination>]]";
     trcxCommandLine(argc, argv);
     bool csv = false;
     trcxTrace_t t;

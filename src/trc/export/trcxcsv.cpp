@@ -86,8 +86,8 @@ struct csvWriter {
         // The six numbers and the five names repeat from record to record.
         const uint64_t key = (static_cast<uint64_t>(r->ident1 >> 16) << 32) | r->ident2;
         const std::string& ids = cache.get(key, [r](std::string& text) {
-            for (unsigned id : {trcRecProduct(r), trcRecEvent(r), trcRecComponent(r), trcRecClass(r),
-                                trcRecFunction(r), trcRecTracePoint(r)}) {
+            for (unsigned id : {trcRecProduct(r), trcRecEvent(r), trcRecComponent(r), trcRecClass(r), trcRecFunction(r),
+                                trcRecTracePoint(r)}) {
                 text += ',' + std::to_string(id);
             }
             text += validUtf8(namesOf(r));

@@ -75,8 +75,7 @@ struct jsonWriter {
 
     void record(trcxThread_t&, long, int64_t, long) {}
 
-    void slice(trcxThread_t& th, const trcxCall_t& call, long close, int64_t end, trcxEnd_t how,
-               const trcxCall_t*)
+    void slice(trcxThread_t& th, const trcxCall_t& call, long close, int64_t end, trcxEnd_t how, const trcxCall_t*)
     {
         if (!trcxCallSelected(t, call, close)) {
             return;
@@ -129,7 +128,7 @@ struct jsonWriter {
         begin();
         putName(r, true);
         trcxPutStr(o, rc != 0 || trcxIsErrorEvent(event) ? ",\"cat\":\"error\",\"ph\":\"i\",\"s\":\"t\""
-                                                       : ",\"cat\":\"event\",\"ph\":\"i\",\"s\":\"t\"");
+                                                         : ",\"cat\":\"event\",\"ph\":\"i\",\"s\":\"t\"");
         putWhere(th, time);
         trcxPut(o, ",\"args\":{\"record\":");
         trcxPutUnsigned(o, static_cast<unsigned long>(i + 1));

@@ -181,9 +181,15 @@ void trcxPutJsonText(trcxOut_t* o, const char* text, std::size_t length)
             ++i;
         } else if (c < 0x20) {
             switch (c) {
-            case '\n': trcxPut(o, "\\n"); break;
-            case '\t': trcxPut(o, "\\t"); break;
-            case '\r': trcxPut(o, "\\r"); break;
+            case '\n':
+                trcxPut(o, "\\n");
+                break;
+            case '\t':
+                trcxPut(o, "\\t");
+                break;
+            case '\r':
+                trcxPut(o, "\\r");
+                break;
             default: {
                 const char escaped[6] = {'\\', 'u', '0', '0', hexDigits[c >> 4], hexDigits[c & 0xF]};
                 trcxPut(o, escaped, 6);

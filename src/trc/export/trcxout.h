@@ -47,16 +47,14 @@ inline void trcxPut(trcxOut_t* o, const char* text, std::size_t length)
     }
 }
 
-template <std::size_t N> inline void trcxPut(trcxOut_t* o, const char (&text)[N])
+template <std::size_t N>
+inline void trcxPut(trcxOut_t* o, const char (&text)[N])
 {
     std::memcpy(trcxOutRoom(o, N - 1), text, N - 1);
     o->used += N - 1;
 }
 
-inline void trcxPutStr(trcxOut_t* o, const char* text)
-{
-    trcxPut(o, text, std::strlen(text));
-}
+inline void trcxPutStr(trcxOut_t* o, const char* text) { trcxPut(o, text, std::strlen(text)); }
 
 inline void trcxPutChar(trcxOut_t* o, char c)
 {

@@ -42,7 +42,8 @@ void trcxWriteStatsCsv(const std::vector<trcxStatRow_t>& rows, long limit, trcxO
 // fell on it. The names are what rows and events repeat most.
 class trcxNameCache {
 public:
-    template <typename Make> const std::string& get(uint64_t key, Make&& make)
+    template <typename Make>
+    const std::string& get(uint64_t key, Make&& make)
     {
         Slot& s = slots_[(key * 0x9E3779B97F4A7C15ull) >> (64 - bits)];
         if (!s.used || s.key != key) {

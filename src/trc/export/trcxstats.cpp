@@ -48,10 +48,14 @@ struct statsCollector {
 int64_t sortValue(const trcxStatRow_t& row, trcxSortKey_t key)
 {
     switch (key) {
-    case trcxByCalls: return row.calls;
-    case trcxBySelf: return row.self;
-    case trcxByMax: return row.max;
-    case trcxByTotal: break;
+    case trcxByCalls:
+        return row.calls;
+    case trcxBySelf:
+        return row.self;
+    case trcxByMax:
+        return row.max;
+    case trcxByTotal:
+        break;
     }
     return row.total;
 }

@@ -13,9 +13,7 @@
 #include "trcrtos.h"
 #include "trcwalk.h"
 
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 const char* trcxUsageText = "";
 
@@ -40,8 +38,7 @@ void trcxCommandLine(int argc, char** argv)
     }
 }
 
-void trcxParse(int argc, char** argv, int files, int (*extra)(int, char**, int, void*), void* context,
-               trcxTrace_t* t)
+void trcxParse(int argc, char** argv, int files, int (*extra)(int, char**, int, void*), void* context, trcxTrace_t* t)
 {
     const trcFParse_t how{0, trcxUsage, false, files, extra, context};
     trcFParseArgs(argc, argv, &how, &t->options);
@@ -49,10 +46,7 @@ void trcxParse(int argc, char** argv, int files, int (*extra)(int, char**, int, 
     t->live = std::strcmp(t->source, "-") == 0;
 }
 
-void trcxLoad(trcxTrace_t* t)
-{
-    readFile(&t->header, t->source, 1, &t->areaSize);
-}
+void trcxLoad(trcxTrace_t* t) { readFile(&t->header, t->source, 1, &t->areaSize); }
 
 // The origin of the times and what the stamps of the trace are like.
 static void findStamps(trcxTrace_t* t)
@@ -105,10 +99,12 @@ bool trcxPrepare(trcxTrace_t* t)
     auto* area = reinterpret_cast<uint8_t*>(t->header) + TRC_HEADER_SIZE;
     trcWalkBounds(t->header, area, t->areaSize > 0 ? static_cast<size_t>(t->areaSize) : 0, &walk);
     int32_t records = 0;
-    if (!trcWalkEach(&walk, area, [&](const trcRecord_t*) {
-            ++records;
-            return true;
-        }) && !t->quiet) {
+    if (!trcWalkEach(&walk, area,
+                     [&](const trcRecord_t*) {
+                         ++records;
+                         return true;
+                     }) &&
+        !t->quiet) {
         std::fputs(trcMsgGet(msgCorrupt), stderr);
     }
     walk.recordCount = records;

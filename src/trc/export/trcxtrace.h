@@ -28,11 +28,11 @@ struct trcxTrace_t {
     long firstIndex = 0;  // the range: entries firstIndex to end - 1
     long end = 0;
     // Time of each record, in ns from origin (see trcxTimes).
-    int64_t origin = 0;           // earliest time stamp, ns since the epoch
-    int64_t firstStamp = 0;       // first time stamp in record order, from origin
-    long unstamped = 0;           // records with sec 0
-    bool noStamps = false;        // not one record has a time stamp
-    bool quiet = false;           // no warnings on standard error
+    int64_t origin = 0;      // earliest time stamp, ns since the epoch
+    int64_t firstStamp = 0;  // first time stamp in record order, from origin
+    long unstamped = 0;      // records with sec 0
+    bool noStamps = false;   // not one record has a time stamp
+    bool quiet = false;      // no warnings on standard error
 };
 
 // The usage text of the program (set before trcxParse), and the printer
@@ -48,8 +48,7 @@ void trcxCommandLine(int argc, char** argv);
 // Parses the words behind argv[0]: -m, -p and -x as fmt reads them, the
 // program's own options through extra, files source (and destination when
 // files is 2). No source means "-".
-void trcxParse(int argc, char** argv, int files, int (*extra)(int, char**, int, void*), void* context,
-               trcxTrace_t* t);
+void trcxParse(int argc, char** argv, int files, int (*extra)(int, char**, int, void*), void* context, trcxTrace_t* t);
 
 // Loads the source as fmt does (every failure is fmt's message and ends
 // the process).
@@ -93,10 +92,7 @@ inline const char* trcxText(const trcRecord_t* r, std::size_t* length)
 }
 
 // The error events: those that report an error, not a return.
-inline bool trcxIsErrorEvent(unsigned event)
-{
-    return (event >= 1 && event <= 5) || event == 7;
-}
+inline bool trcxIsErrorEvent(unsigned event) { return (event >= 1 && event <= 5) || event == 7; }
 
 // ---- Calls ----------------------------------------------------------------
 
@@ -113,28 +109,28 @@ struct trcxCall_t {
 struct trcxThread_t {
     uint32_t pid;
     uint32_t tid;
-    int32_t node;    // of its first record that has one, -1 if none
-    long last;       // entry of its latest record so far
-    int64_t clock;   // time of that record: times never go back on a thread
-    bool shown;      // something of it has been written
+    int32_t node;   // of its first record that has one, -1 if none
+    long last;      // entry of its latest record so far
+    int64_t clock;  // time of that record: times never go back on a thread
+    bool shown;     // something of it has been written
     trcCallStack_t stack;
-    int room;        // keys and calls the two arrays hold
+    int room;  // keys and calls the two arrays hold
     uint32_t* keys;
     trcxCall_t* calls;
 };
 
 // How a call ended.
 enum trcxEnd_t {
-    trcxExited,      // by its exit record
-    trcxExitLost,    // a later record showed that it had left
-    trcxStillOpen,   // at the thread's last record
+    trcxExited,     // by its exit record
+    trcxExitLost,   // a later record showed that it had left
+    trcxStillOpen,  // at the thread's last record
 };
 
 // What a record that is no part of a slice is.
 enum trcxInstant_t {
-    trcxPlain,        // an event at its time (text, error, new, delete, ...)
-    trcxNoEntry,      // an exit whose entry was lost
-    trcxTooDeep,      // an entry deeper than the stack follows calls
+    trcxPlain,    // an event at its time (text, error, new, delete, ...)
+    trcxNoEntry,  // an exit whose entry was lost
+    trcxTooDeep,  // an entry deeper than the stack follows calls
 };
 
 // The calls of a trace, found in one pass over the index in record order.
@@ -160,7 +156,8 @@ trcxThread_t* trcxThreadOf(trcxCalls_t* c, const trcxTrace_t* t, const trcRecord
 // Makes room for one more call on th's stack.
 void trcxGrow(trcxThread_t* th);
 
-template <typename Visitor> void trcxWalkCalls(const trcxTrace_t* t, trcxCalls_t* c, Visitor& v)
+template <typename Visitor>
+void trcxWalkCalls(const trcxTrace_t* t, trcxCalls_t* c, Visitor& v)
 {
     int64_t lastStamp = t->firstStamp;
     uint32_t cache = UINT32_MAX;

@@ -9,9 +9,9 @@ namespace {
 const std::string traceOff = "Can not change params when trace is off.\n";
 
 // A trace with a setting in every field that chg can change.
-const std::vector<std::string> everythingSet = {
-    "-m", "1.2", "-p", "5", "-c", "6", "-this", "7", "-rc", "8", "-e", "9", "-r", "100",
-    "-pause_attrib", "3", "-pause_mask", "4", "-crash", "0.1"};
+const std::vector<std::string> everythingSet = {"-m",          "1.2", "-p",     "5",  "-c", "6",   "-this",         "7",
+                                                "-rc",         "8",   "-e",     "9",  "-r", "100", "-pause_attrib", "3",
+                                                "-pause_mask", "4",   "-crash", "0.1"};
 const std::string everything = "mask=1.2.*.*.*.* pid=5 cpid=6 this=0x7 rc=8 e=9 r=100 pa=3 "
                                "pause=4.*.*.*.*.* crash=1.*.*.*.*.*";
 
@@ -23,10 +23,14 @@ const std::string everything = "mask=1.2.*.*.*.* pid=5 cpid=6 this=0x7 rc=8 e=9 
 TEST(CommandChg, WithoutATrace)
 {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{"chg"}, usageText(1)}, {{"chg", "help"}, usageText(1)},
-        {{"change", "help", "-m", "1"}, usageText(1)}, {{"CHG", "help", "-x"}, usageText(1)},
-        {{"chg", "-nonsense"}, traceOff}, {{"chg", "-e", "5"}, traceOff},
-        {{"change", "HELP"}, traceOff}, {{"chg", "-m"}, traceOff}};
+        {{"chg"}, usageText(1)},
+        {{"chg", "help"}, usageText(1)},
+        {{"change", "help", "-m", "1"}, usageText(1)},
+        {{"CHG", "help", "-x"}, usageText(1)},
+        {{"chg", "-nonsense"}, traceOff},
+        {{"chg", "-e", "5"}, traceOff},
+        {{"change", "HELP"}, traceOff},
+        {{"chg", "-m"}, traceOff}};
     LiveInstance live;
     for (const auto& [args, out] : cases) {
         SCOPED_TRACE(::testing::PrintToString(args));
@@ -37,14 +41,30 @@ TEST(CommandChg, WithoutATrace)
 // A refused command line changes nothing, not even its valid part.
 TEST(CommandChg, RefusalsLeaveTheTraceAsItIs)
 {
-    const std::vector<std::pair<std::vector<std::string>, int>> cases = {
-        {{"-m", "1", "help"}, 102}, {{"-s"}, 102}, {{"-f", "x"}, 102}, {{"-n"}, 102},
-        {{"-mmio"}, 102}, {{"-l"}, 102}, {{"-i"}, 102}, {{"-debug"}, 102}, {{"-t"}, 102},
-        {{"-e"}, 101}, {{"-e", "5", "-p"}, 101}, {{"-m", "x"}, 103}, {{"-pause_mask", "x"}, 103},
-        {{"-e", "5", "-m", "bad"}, 103}, {{"-e", "0"}, 104}, {{"-e", "-2"}, 104},
-        {{"-r", "40000"}, 105}, {{"-r", "-1"}, 105}, {{"-p", "42.7"}, 108}, {{"-c", "z"}, 109},
-        {{"-rc", "0"}, 110}, {{"-crash", "x"}, 117}, {{"-this", "q"}, 118},
-        {{"-pause_attrib", "-3"}, 424}};
+    const std::vector<std::pair<std::vector<std::string>, int>> cases = {{{"-m", "1", "help"}, 102},
+                                                                         {{"-s"}, 102},
+                                                                         {{"-f", "x"}, 102},
+                                                                         {{"-n"}, 102},
+                                                                         {{"-mmio"}, 102},
+                                                                         {{"-l"}, 102},
+                                                                         {{"-i"}, 102},
+                                                                         {{"-debug"}, 102},
+                                                                         {{"-t"}, 102},
+                                                                         {{"-e"}, 101},
+                                                                         {{"-e", "5", "-p"}, 101},
+                                                                         {{"-m", "x"}, 103},
+                                                                         {{"-pause_mask", "x"}, 103},
+                                                                         {{"-e", "5", "-m", "bad"}, 103},
+                                                                         {{"-e", "0"}, 104},
+                                                                         {{"-e", "-2"}, 104},
+                                                                         {{"-r", "40000"}, 105},
+                                                                         {{"-r", "-1"}, 105},
+                                                                         {{"-p", "42.7"}, 108},
+                                                                         {{"-c", "z"}, 109},
+                                                                         {{"-rc", "0"}, 110},
+                                                                         {{"-crash", "x"}, 117},
+                                                                         {{"-this", "q"}, 118},
+                                                                         {{"-pause_attrib", "-3"}, 424}};
     LiveInstance live;
     EXPECT_RUN(live.run(words("on", everythingSet)), turnedOn, 0);
     const std::string before = live.header();
@@ -70,8 +90,8 @@ TEST(CommandChg, WhatAChangeSets)
         {everythingSet, {}, "flags=1737 " + everything},
         {everythingSet, {"-e", "5"}, everything + " e=5"},
         {{"-i", "65536", "-debug"},
-         {"-m", "2.3", "-p", "0x2a", "-c", "043", "-this", "0x44", "-rc", "-45", "-e", "-1", "-r",
-          "32768", "-crash", "1.2.3.4.5.6", "-pause_mask", "7", "-pause_attrib", "-1", "-E", "12"},
+         {"-m", "2.3", "-p",    "0x2a",   "-c",          "043",         "-this", "0x44",          "-rc", "-45", "-e",
+          "-1", "-r",  "32768", "-crash", "1.2.3.4.5.6", "-pause_mask", "7",     "-pause_attrib", "-1",  "-E",  "12"},
          "flags=1617 size=65536 mask=2.3.*.*.*.* pid=42 cpid=35 this=0x44 rc=-45 e=12 "
          "pause=7.*.*.*.*.* crash=2.3.4.5.6.*"},
         {{"-m", "1.2.3.4.5.6"}, {"-m", "3"}, "mask=3.*.*.*.*.*"},
@@ -95,11 +115,10 @@ TEST(CommandChg, ANewProcessDropsTheThreadFilter)
     EXPECT_RUN(live.run({"on", "-p", "5"}), turnedOn, 0);
     const auto setThread = live.inChild([] {
         const trcHeader_t* h = trcAttach(0, 0, 0);
-        std::printf("%d", h == nullptr ? -1
-                                       : trcChg(h->mask, h->tracePid, 7, h->traceCpid,
-                                                h->thisPointer, h->sysErrRc, h->maxSevereErrors,
-                                                h->maxRecordSize, 0, nullptr, h->pauseMask,
-                                                h->pauseAttrib));
+        std::printf("%d", h == nullptr
+                              ? -1
+                              : trcChg(h->mask, h->tracePid, 7, h->traceCpid, h->thisPointer, h->sysErrRc,
+                                       h->maxSevereErrors, h->maxRecordSize, 0, nullptr, h->pauseMask, h->pauseAttrib));
     });
     ASSERT_EQ(setThread.out, "0");
     EXPECT_RUN(live.run({"chg", "-e", "2"}), "", 0);

@@ -32,8 +32,8 @@ TEST(CommandEntry, OverviewHelpAndUnknownWordsUnderAnyProgramName)
     for (const Args& args : {Args{}, {"help"}, {"HeLp"}, {"HELP", "x"}, {"help", "-X"}}) {
         expectAnswer(kelvotest::toolPath(), args, overview);
     }
-    for (const char* word : {"frobnicate", "FROBNICATE", "", "-help", "helpx", "hel", "o", "on-",
-                             "formats", "\xc3\x89"}) {
+    for (const char* word :
+         {"frobnicate", "FROBNICATE", "", "-help", "helpx", "hel", "o", "on-", "formats", "\xc3\x89"}) {
         expectAnswer(kelvotest::toolPath(), {word, "x"}, unknown);
     }
     for (const char* argv0 : {"bin/kelvo", "kelvo", "/", ""}) {
@@ -47,9 +47,9 @@ TEST(CommandEntry, OverviewHelpAndUnknownWordsUnderAnyProgramName)
 TEST(CommandEntry, EveryWordReachesItsCommandInAnyCase)
 {
     const std::vector<std::pair<const char*, int>> words = {
-        {"chg", 1},  {"change", 1}, {"CHANGE", 1}, {"clr", 2},  {"clear", 2}, {"dmp", 3},
-        {"Dump", 3}, {"flw", 4},    {"flow", 4},   {"fmt", 5},  {"format", 5}, {"inf", 6},
-        {"info", 6}, {"information", 6}, {"off", 7}, {"on", 8}, {"On", 8}};
+        {"chg", 1},  {"change", 1},      {"CHANGE", 1}, {"clr", 2}, {"clear", 2},  {"dmp", 3},
+        {"Dump", 3}, {"flw", 4},         {"flow", 4},   {"fmt", 5}, {"format", 5}, {"inf", 6},
+        {"info", 6}, {"information", 6}, {"off", 7},    {"on", 8},  {"On", 8}};
     for (const auto& [word, usage] : words) {
         expectAnswer(kelvotest::toolPath(), {word, "help"}, std::string(trcMsgGet(usage)) + "\n");
     }

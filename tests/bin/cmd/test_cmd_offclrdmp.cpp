@@ -19,10 +19,15 @@ TEST(CommandOffClrDmp, UsageAndNoTrace)
     TempDir dir;
     const std::string dump = dir.file("d.bin");
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{"off", "help"}, usageText(7)}, {{"off", "now"}, usageText(7)},
-        {{"off", "-x", "y"}, usageText(7)}, {{"clr", "help"}, usageText(2)},
-        {{"clear", "x"}, usageText(2)}, {{"clr", "-f"}, usageText(2)}, {{"dmp"}, usageText(3)},
-        {{"dump", "help"}, usageText(3)}, {{"dmp", "a", "b"}, usageText(3)},
+        {{"off", "help"}, usageText(7)},
+        {{"off", "now"}, usageText(7)},
+        {{"off", "-x", "y"}, usageText(7)},
+        {{"clr", "help"}, usageText(2)},
+        {{"clear", "x"}, usageText(2)},
+        {{"clr", "-f"}, usageText(2)},
+        {{"dmp"}, usageText(3)},
+        {{"dump", "help"}, usageText(3)},
+        {{"dmp", "a", "b"}, usageText(3)},
         {{"off"}, "Trace is already off; no action was taken.\n"},
         {{"clr"}, "Can not clear trace when it is off.\n"},
         {{"dmp", dump}, "Can not dump trace when it is off.\n"}};

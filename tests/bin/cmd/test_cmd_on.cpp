@@ -39,17 +39,15 @@ kelvotest::RunResult onInProcess(std::vector<std::string> args, int withErrno = 
 // what it was given, so that what the facility here cannot take (the MMIO
 // destination) or cannot be made to answer (a time-out) can be seen. The
 // tool, run as a process of its own, keeps the real one.
-extern "C" int32_t trcOn(int32_t reserved, const uint8_t* mask, int32_t pid, int32_t tid,
-                         int32_t cpid, uint32_t thisPointer, int32_t returnCode,
-                         int32_t maxSevereErrors, int32_t maxRecordSize, uint32_t flags,
-                         const uint8_t* crashMask, const uint8_t* pauseMask, int32_t pauseAttrib,
+extern "C" int32_t trcOn(int32_t reserved, const uint8_t* mask, int32_t pid, int32_t tid, int32_t cpid,
+                         uint32_t thisPointer, int32_t returnCode, int32_t maxSevereErrors, int32_t maxRecordSize,
+                         uint32_t flags, const uint8_t* crashMask, const uint8_t* pauseMask, int32_t pauseAttrib,
                          const char* fileName, int64_t bufferSize)
 {
     const auto clear = [](const uint8_t* m) { return isClear(m) ? "clear" : "set"; };
-    std::printf("trcOn(%d, %s, %d, %d, %d, %u, %d, %d, %d, %u, %s, %s, %d, \"%s\", %lld)\n",
-                reserved, maskText(mask).c_str(), pid, tid, cpid, thisPointer, returnCode,
-                maxSevereErrors, maxRecordSize, flags, clear(crashMask), clear(pauseMask),
-                pauseAttrib, fileName, static_cast<long long>(bufferSize));
+    std::printf("trcOn(%d, %s, %d, %d, %d, %u, %d, %d, %d, %u, %s, %s, %d, \"%s\", %lld)\n", reserved,
+                maskText(mask).c_str(), pid, tid, cpid, thisPointer, returnCode, maxSevereErrors, maxRecordSize, flags,
+                clear(crashMask), clear(pauseMask), pauseAttrib, fileName, static_cast<long long>(bufferSize));
     errno = fakeOnErrno;
     return fakeOnErrno == 0 ? 0 : -1;
 }
@@ -58,17 +56,42 @@ extern "C" int32_t trcOn(int32_t reserved, const uint8_t* mask, int32_t pid, int
 TEST(CommandOn, RefusalsPrintTheMessageAndTheUsage)
 {
     const std::vector<std::pair<std::vector<std::string>, int>> cases = {
-        {{"help"}, -1}, {{"-x"}, 102}, {{"help", "-s"}, 102}, {{"-s", "help"}, 102},
-        {{"-e", "-1", "-nonsense"}, 102}, {{"-l", "-5"}, 102}, {{"-c"}, 101}, {{"-m"}, 101},
-        {{"-f"}, 101}, {{"-s", "-pause_attrib"}, 101}, {{"-m", "1.x"}, 103},
-        {{"-pause_mask", "q"}, 103}, {{"-e", "0"}, 104}, {{"-e", "-2"}, 104},
-        {{"-E", "five"}, 104}, {{"-r", "32769"}, 105}, {{"-r", "-1"}, 105},
-        {{"-l", "abc"}, 106}, {{"-i", "12x"}, 106}, {{"-p", "12.5"}, 108}, {{"-c", "1x"}, 109},
-        {{"-rc", "0"}, 110}, {{"-rc", ""}, 110}, {{"-f", std::string(256, 'f')}, 114},
-        {{"-n", "-i"}, 115}, {{"-mmio", "-i", "100"}, 115}, {{"-n", "-l", "100"}, 116},
-        {{"-n", "-l", "0"}, 116}, {{"-mmio", "-l", "0"}, 116}, {{"-crash", "x"}, 117},
-        {{"-this", "0xg"}, 118}, {{"-mmio", "-l", "100"}, 419}, {{"-mmio", "-s"}, 419},
-        {{"-mmio", "-n"}, 419}, {{"-f", "t", "-mmio"}, 419}, {{"-pause_attrib", "-2"}, 424},
+        {{"help"}, -1},
+        {{"-x"}, 102},
+        {{"help", "-s"}, 102},
+        {{"-s", "help"}, 102},
+        {{"-e", "-1", "-nonsense"}, 102},
+        {{"-l", "-5"}, 102},
+        {{"-c"}, 101},
+        {{"-m"}, 101},
+        {{"-f"}, 101},
+        {{"-s", "-pause_attrib"}, 101},
+        {{"-m", "1.x"}, 103},
+        {{"-pause_mask", "q"}, 103},
+        {{"-e", "0"}, 104},
+        {{"-e", "-2"}, 104},
+        {{"-E", "five"}, 104},
+        {{"-r", "32769"}, 105},
+        {{"-r", "-1"}, 105},
+        {{"-l", "abc"}, 106},
+        {{"-i", "12x"}, 106},
+        {{"-p", "12.5"}, 108},
+        {{"-c", "1x"}, 109},
+        {{"-rc", "0"}, 110},
+        {{"-rc", ""}, 110},
+        {{"-f", std::string(256, 'f')}, 114},
+        {{"-n", "-i"}, 115},
+        {{"-mmio", "-i", "100"}, 115},
+        {{"-n", "-l", "100"}, 116},
+        {{"-n", "-l", "0"}, 116},
+        {{"-mmio", "-l", "0"}, 116},
+        {{"-crash", "x"}, 117},
+        {{"-this", "0xg"}, 118},
+        {{"-mmio", "-l", "100"}, 419},
+        {{"-mmio", "-s"}, 419},
+        {{"-mmio", "-n"}, 419},
+        {{"-f", "t", "-mmio"}, 419},
+        {{"-pause_attrib", "-2"}, 424},
     };
     LiveInstance live;
     for (const auto& [args, message] : cases) {
@@ -87,19 +110,25 @@ TEST(CommandOn, WhatEachOptionSets)
     const std::string file = dir.file("t.bin");
     const std::string longest = dir.path() + "/" + std::string(254 - dir.path().size(), 'n');
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{}, ""}, {{"-debug"}, "flags=9"}, {{"-S", "-DEBUG"}, "flags=9"},
-        {{"-n"}, "flags=140 size=0"}, {{"-s", "-n"}, "flags=141"}, {{"-i"}, "flags=145"},
+        {{}, ""},
+        {{"-debug"}, "flags=9"},
+        {{"-S", "-DEBUG"}, "flags=9"},
+        {{"-n"}, "flags=140 size=0"},
+        {{"-s", "-n"}, "flags=141"},
+        {{"-i"}, "flags=145"},
         {{"-l", "4096", "-i"}, "flags=153 size=4096"},
         {{"-i", "65536", "-l"}, "flags=153 size=65536"},
-        {{"-l", "-s"}, ""}, {{"-l", "0x20000"}, "size=131072"}, {{"-t"}, "flags=393"},
-        {{"-f", file}, "flags=138 file=" + file}, {{"-f", longest}, "flags=138 file=" + longest},
-        {{"-m", "1.2", "-p", "0x10", "-c", "010", "-this", "0x1000", "-rc", "-5", "-e", "-1", "-r",
-          "0", "-pause_attrib", "-1", "-pause_mask", "2", "-crash", "9.2.3.4.5.6", "-l", "8192"},
+        {{"-l", "-s"}, ""},
+        {{"-l", "0x20000"}, "size=131072"},
+        {{"-t"}, "flags=393"},
+        {{"-f", file}, "flags=138 file=" + file},
+        {{"-f", longest}, "flags=138 file=" + longest},
+        {{"-m", "1.2", "-p", "0x10",          "-c", "010",         "-this", "0x1000", "-rc",         "-5", "-e",
+          "-1", "-r",  "0",  "-pause_attrib", "-1", "-pause_mask", "2",     "-crash", "9.2.3.4.5.6", "-l", "8192"},
          // The crash mask leaves out the product: its maps begin with the event.
          "flags=1737 size=8192 mask=1.2.*.*.*.* pid=16 cpid=8 this=0x1000 rc=-5 e=-1 r=0 "
          "pause=2.*.*.*.*.* crash=2.3.4.5.6.*"},
-        {{"-M", "1", "-m", "3.4", "-e", "7", "-e", "2", "-r", "100", "-r", "200"},
-         "mask=3.4.*.*.*.* e=2 r=200"},
+        {{"-M", "1", "-m", "3.4", "-e", "7", "-e", "2", "-r", "100", "-r", "200"}, "mask=3.4.*.*.*.* e=2 r=200"},
     };
     for (const auto& [args, differences] : cases) {
         SCOPED_TRACE(::testing::PrintToString(args));
@@ -118,9 +147,11 @@ TEST(CommandOn, FailuresOfTheFacility)
     const std::string closed = dir.file("closed");
     ASSERT_EQ(mkdir(closed.c_str(), 0555), 0);
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{"-l", "0"}, refusal(8, 106)}, {{"-i", "100"}, refusal(8, 106)},
+        {{"-l", "0"}, refusal(8, 106)},
+        {{"-i", "100"}, refusal(8, 106)},
         // There is no MMIO trace on this platform.
-        {{"-mmio"}, systemError + "19.\n"}, {{"-m", "1", "-mmio", "-l"}, systemError + "19.\n"},
+        {{"-mmio"}, systemError + "19.\n"},
+        {{"-m", "1", "-mmio", "-l"}, systemError + "19.\n"},
         // A directory that the trace's account may not write.
         {{"-f", closed + "/t.bin"}, systemError + "13.\n"},
     };
@@ -141,8 +172,7 @@ TEST(CommandOn, FailuresOfTheFacility)
     if (!small.mounted()) {
         GTEST_SKIP() << "a small file system can be mounted only by root";
     }
-    EXPECT_RUN(live.run({"on", "-f", dir.file("small/t.bin")}),
-               "Not enough resources to run trace.\n", 1);
+    EXPECT_RUN(live.run({"on", "-f", dir.file("small/t.bin")}), "Not enough resources to run trace.\n", 1);
     EXPECT_EQ(live.settings(), "no trace");
 }
 
@@ -158,8 +188,7 @@ TEST(CommandOn, RootStartsTheTraceAsTheServiceAccount)
     const bool root = getuid() == 0;
     EXPECT_EQ(st.st_uid, root ? static_cast<uid_t>(get_uid("kelvusr")) : getuid());
     EXPECT_EQ(st.st_gid, root ? static_cast<gid_t>(get_gid("kelvusr")) : getgid());
-    EXPECT_RUN(live.run({"on", "-e", "5", "-i"}), "Trace is already on; no action was taken.\n",
-               123);
+    EXPECT_RUN(live.run({"on", "-e", "5", "-i"}), "Trace is already on; no action was taken.\n", 123);
     EXPECT_EQ(live.settings(), defaults);
     EXPECT_RUN(live.run({"off"}), "Trace is turned off\n", 0);
 }
@@ -168,12 +197,12 @@ TEST(CommandOn, RootStartsTheTraceAsTheServiceAccount)
 // behind it, and no memory; every errno of a failed trcOn has its report.
 TEST(CommandOn, WhatTrcOnIsGivenAndWhatItsErrnoGives)
 {
-    const std::string mmio =
-        "trcOn(0, 1.50-51.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 168, clear, clear, -1, \"\", 0)\n";
-    const std::string product1 =
-        "trcOn(0, 1.*.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 168, clear, clear, -1, \"\", 0)\n";
+    const std::string mmio = "trcOn(0, 1.50-51.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 168, clear, clear, -1, \"\", 0)\n";
+    const std::string product1 = "trcOn(0, 1.*.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 168, clear, clear, -1, \"\", 0)\n";
     for (const auto& [args, called] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"-mmio"}, mmio}, {{"-mmio", "-l"}, mmio}, {{"-m", "1", "-mmio"}, product1},
+             {{"-mmio"}, mmio},
+             {{"-mmio", "-l"}, mmio},
+             {{"-m", "1", "-mmio"}, product1},
              {{"-mmio", "-m", "1"}, product1},
              {{"-pause_mask", "1", "-mmio", "-debug"},
               "trcOn(0, 1.50-51.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 552, clear, set, -1, \"\", "

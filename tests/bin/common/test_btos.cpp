@@ -26,8 +26,7 @@ TEST(BinToStr, ExactDumps)
         {std::string(15, '~'), 15, "\t7e7e 7e7e 7e7e 7e7e 7e7e 7e7e 7e7e 7e   " + std::string(15, '~') + '\n'},
         {abc, 16, line},
         {abc + '\0', 17, line + "\t00" + pad + ".\n"},
-        {std::string("\x7f\x80\x00\x20\x2e\xff\x1f", 7), 7,
-         "\t7f80 0020 2eff 1f" + std::string(23, ' ') + "... ...\n"},
+        {std::string("\x7f\x80\x00\x20\x2e\xff\x1f", 7), 7, "\t7f80 0020 2eff 1f" + std::string(23, ' ') + "... ...\n"},
         {std::string(40, 'U'), 33, u16 + u16 + "\t55" + pad + "U\n"},
     };
     for (const auto& c : cases) {

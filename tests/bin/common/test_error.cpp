@@ -62,23 +62,49 @@ TEST(ErrorReport, PrintsTheTextAndTheErrnoLineThenExitsOrReturns)
         int status;
     } cases[] = {
         {[] { trcError(exit, trcMsgGet(401), "out.txt"); }, "Could not create out.txt.\n", 1},
-        {[] { errno = 2; trcError(nullptr, trcMsgGet(401), "a.txt"); trcError(nullptr, "b"); },
+        {[] {
+             errno = 2;
+             trcError(nullptr, trcMsgGet(401), "a.txt");
+             trcError(nullptr, "b");
+         },
          "Could not create a.txt.\nb\n", childReturned},
         // A text with a newline of its own is followed by an empty line.
         {[] { trcError(exit, trcMsgGet(420)); },
          "The target disk is full. Cleanup the disk to get some disk space \n\n", 1},
-        {[] { trcErrorName("kelvo"); trcError(exit, trcMsgGet(999)); },
+        {[] {
+             trcErrorName("kelvo");
+             trcError(exit, trcMsgGet(999));
+         },
          "kelvo: Could not find default message for TRC00999.\n\n", 1},
-        {[] { errno = 2; trcErrorSys(exit, trcMsgGet(400), "dump.bin"); },
+        {[] {
+             errno = 2;
+             trcErrorSys(exit, trcMsgGet(400), "dump.bin");
+         },
          "Could not open dump.bin in read mode.\n" + library2, 1},
-        {[] { errno = -5; trcErrorSys(exit, trcMsgGet(417)); },
+        {[] {
+             errno = -5;
+             trcErrorSys(exit, trcMsgGet(417));
+         },
          "Unexpected System Error.\nOperating System error number = 5.\n", 1},
-        {[] { errno = 0; trcErrorSys(exit, trcMsgGet(414)); },
+        {[] {
+             errno = 0;
+             trcErrorSys(exit, trcMsgGet(414));
+         },
          "Not enough resources to run trace.\n\n", 1},
-        {[] { for (int value : {-5, 0, INT_MIN, 13}) { errno = value; trcErrorSys(nullptr, "x"); } },
+        {[] {
+             for (int value : {-5, 0, INT_MIN, 13}) {
+                 errno = value;
+                 trcErrorSys(nullptr, "x");
+             }
+         },
          "x\nOperating System error number = 5.\nx\n\nx\nOperating System error number = "
-         "-2147483648.\nx\nC library function error number = 13.\n", childReturned},
-        {[] { useSpoilingStdout(); errno = 2; trcErrorSys(exit, trcMsgGet(402), "trace.bin"); },
+         "-2147483648.\nx\nC library function error number = 13.\n",
+         childReturned},
+        {[] {
+             useSpoilingStdout();
+             errno = 2;
+             trcErrorSys(exit, trcMsgGet(402), "trace.bin");
+         },
          "Could not read from trace.bin.\n" + library2, 1},
     };
     for (const auto& c : cases) {

@@ -17,8 +17,16 @@ using namespace kelvotest;
 TEST(MessageTable, HoldsTheNumbersInStoredOrderAndLabelsLineUp)
 {
     std::vector<int> expected;
-    for (auto [first, last] : {std::pair{0, 8}, {100, 117}, {424, 424}, {118, 119}, {200, 208},
-                               {300, 306}, {423, 423}, {307, 314}, {346, 346}, {315, 339},
+    for (auto [first, last] : {std::pair{0, 8},
+                               {100, 117},
+                               {424, 424},
+                               {118, 119},
+                               {200, 208},
+                               {300, 306},
+                               {423, 423},
+                               {307, 314},
+                               {346, 346},
+                               {315, 339},
                                {400, 422}}) {
         for (int n = first; n <= last; ++n) {
             expected.push_back(n);
@@ -83,13 +91,12 @@ TEST(MessageLookup, UnknownNumberPrintsFallbackLineAndGivesEmptyText)
         trcErrorName("other");
         trcMsgError("%s", "");
     });
-    EXPECT_EQ(run.out,
-              "kelvo: Could not find default message for TRC00999.\n[]\n"
-              "kelvo: Could not find default message for TRC00009.\n[]\n"
-              "kelvo: Could not find default message for TRC-0001.\n[]\n"
-              "kelvo: Could not find default message for TRC1234567.\n[]\n"
-              "kelvo: Could not find default message for TRC00425.\n[]\n"
-              "kelvo: Could not find trc.msg in 3 places.\nother: .\n");
+    EXPECT_EQ(run.out, "kelvo: Could not find default message for TRC00999.\n[]\n"
+                       "kelvo: Could not find default message for TRC00009.\n[]\n"
+                       "kelvo: Could not find default message for TRC-0001.\n[]\n"
+                       "kelvo: Could not find default message for TRC1234567.\n[]\n"
+                       "kelvo: Could not find default message for TRC00425.\n[]\n"
+                       "kelvo: Could not find trc.msg in 3 places.\nother: .\n");
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.status, childReturned);
 }

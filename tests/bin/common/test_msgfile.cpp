@@ -32,8 +32,8 @@ const char* const listVariable = "KELVO_TEST_MSGPATH";
 
 // Contents of the stream that trcMsgOpenFile gives for the search list (none:
 // unset), or nothing and errno as the call left it.
-std::optional<std::string> openAlong(const std::optional<std::string>& list,
-                                     const std::string& fileName, const char* mode = "r")
+std::optional<std::string> openAlong(const std::optional<std::string>& list, const std::string& fileName,
+                                     const char* mode = "r")
 {
     list ? setenv(listVariable, list->c_str(), 1) : unsetenv(listVariable);
     errno = 0;
@@ -59,17 +59,35 @@ TEST(MessageFind, SkipsQuotedBracketedAndStarredRegionsExceptAtTheStart)
         long at;
         int length = -2;
     } cases[] = {
-        {"abc KEY def", "KEY", 4}, {"no key here", "KEY", -1}, {"a \"KEY\" KEY", "KEY", 8},
-        {"a (KEY)KEY", "KEY", 7}, {"a * KEY\nKEY", "KEY", 8},
+        {"abc KEY def", "KEY", 4},
+        {"no key here", "KEY", -1},
+        {"a \"KEY\" KEY", "KEY", 8},
+        {"a (KEY)KEY", "KEY", 7},
+        {"a * KEY\nKEY", "KEY", 8},
         // Regions do not nest; the closer of one kind is plain text in another.
-        {"(\"KEY)\" KEY", "KEY", -1}, {"(a\"b) KEY", "KEY", 6}, {"\"a)\"KEY", "KEY", 4},
-        {"*a\"b\nKEY", "KEY", 5}, {"(a\n KEY)", "KEY", -1}, {"\"KEY\" x", "\"KEY", 0},
-        {"(KEY) x", "(KEY", 0}, {"*KEY x", "*KEY", 0}, {"anything", "", 0}, {"", "", 0},
+        {"(\"KEY)\" KEY", "KEY", -1},
+        {"(a\"b) KEY", "KEY", 6},
+        {"\"a)\"KEY", "KEY", 4},
+        {"*a\"b\nKEY", "KEY", 5},
+        {"(a\n KEY)", "KEY", -1},
+        {"\"KEY\" x", "\"KEY", 0},
+        {"(KEY) x", "(KEY", 0},
+        {"*KEY x", "*KEY", 0},
+        {"anything", "", 0},
+        {"", "", 0},
         // Unclosed regions, keys past the length, a region closed by the last byte.
-        {"a \"KEY KEY KEY", "KEY", -1}, {"a (KEY KEY", "KEY", -1}, {"a * KEY KEY", "KEY", -1},
-        {"a\"", "KEY", -1}, {"KE", "KEY", -1}, {"", "K", -1}, {"abKEY", "KEY", -1, 4},
-        {"abKEY", "KEY", 2, 5}, {"KEY", "KEY", -1, -1}, {"x\"KEY\"", "KEY", -1},
-        {"(a)KEY", "KEY", 3}, {std::string("a\0KEY", 5), "KEY", 2},
+        {"a \"KEY KEY KEY", "KEY", -1},
+        {"a (KEY KEY", "KEY", -1},
+        {"a * KEY KEY", "KEY", -1},
+        {"a\"", "KEY", -1},
+        {"KE", "KEY", -1},
+        {"", "K", -1},
+        {"abKEY", "KEY", -1, 4},
+        {"abKEY", "KEY", 2, 5},
+        {"KEY", "KEY", -1, -1},
+        {"x\"KEY\"", "KEY", -1},
+        {"(a)KEY", "KEY", 3},
+        {std::string("a\0KEY", 5), "KEY", 2},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(find(c.text, c.key, c.length), c.at) << '"' << c.text << "\" " << c.key;

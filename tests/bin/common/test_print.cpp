@@ -92,7 +92,7 @@ std::pair<std::string, int> printed(bool toStdout, const char* format, A... args
     return {text, result};
 }
 
-} // namespace
+}  // namespace
 
 TEST(PrintPlain, FormatsWithoutPositionsGoToTheLibrary)
 {
@@ -100,8 +100,7 @@ TEST(PrintPlain, FormatsWithoutPositionsGoToTheLibrary)
     char dest[8];
     EXPECT_EQ(trcPrintStr(dest, "a%cb", 0), 1);  // the length of the text, not what was written
     EXPECT_EQ(viaStr(""), "");
-    EXPECT_EQ(viaStr(trcMsgGet(423), 42L, 100, 7, 3),
-              "Records formatted       : 42     (pid: 100; tid: 7; node: 3)");
+    EXPECT_EQ(viaStr(trcMsgGet(423), 42L, 100, 7, 3), "Records formatted       : 42     (pid: 100; tid: 7; node: 3)");
     // Two digits are no position: the library reads the tenth argument.
     EXPECT_EQ(viaStr("%10$d", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10), "10");
     // Mixed styles go to the library as they stand.
@@ -132,8 +131,10 @@ TEST(PrintPositional, SameAsTheFormatWithArgumentsInOrder)
     int value = 0;
     void* pointer = &value;
     const wchar_t* wide = L"wide";
-#define CASE(format, positional, inOrder) \
-    {viaStr(format, positional), reference(withoutPositions(format).c_str(), inOrder), format}
+#define CASE(format, positional, inOrder)                                                                              \
+    {                                                                                                                  \
+        viaStr(format, positional), reference(withoutPositions(format).c_str(), inOrder), format                       \
+    }
 #define ARGS(...) __VA_ARGS__
     const std::tuple<std::string, std::string, const char*> cases[] = {
         CASE("%3$s|%1$-5d|%2$08.3f", ARGS(42, 3.14159, "abc"), ARGS("abc", 42, 3.14159)),
@@ -145,10 +146,8 @@ TEST(PrintPositional, SameAsTheFormatWithArgumentsInOrder)
         CASE("%2$-10s|%1$10.4s|", ARGS("abcdefgh", "xy"), ARGS("xy", "abcdefgh")),
         CASE("%1$Lg %2$G %3$g", ARGS(1.0L / 3, 2e-10, DBL_MAX), ARGS(1.0L / 3, 2e-10, DBL_MAX)),
         CASE("%2$hd %1$hhu", ARGS(300, 65537), ARGS(65537, 300)),
-        CASE("%2$ls|%1$lc|%3$5i|%4$ -7.3i|", ARGS(wint_t(L'z'), wide, -4, 12),
-             ARGS(wide, wint_t(L'z'), -4, 12)),
-        CASE("%3$#x %2$+d %1$ 05d %4$.0e %5$#.3g", ARGS(-17, 17, 0x1fu, 0.5, 100.0),
-             ARGS(0x1fu, 17, -17, 0.5, 100.0)),
+        CASE("%2$ls|%1$lc|%3$5i|%4$ -7.3i|", ARGS(wint_t(L'z'), wide, -4, 12), ARGS(wide, wint_t(L'z'), -4, 12)),
+        CASE("%3$#x %2$+d %1$ 05d %4$.0e %5$#.3g", ARGS(-17, 17, 0x1fu, 0.5, 100.0), ARGS(0x1fu, 17, -17, 0.5, 100.0)),
         CASE("%2$E%1$s%3$o", ARGS("", 1e300, 0u), ARGS(1e300, "", 0u)),
         CASE("<%1$.*2$s>", ARGS("truncate", 3), ARGS(3, "truncate")),
     };

@@ -24,7 +24,10 @@ std::string fnc(uint8_t event, uint8_t function = 1)
 {
     const std::map<int, std::string> names = {{10, "API_ERRCODE      "}, {20, "api_new      "}, {22, "api_entry    "},
                                               {23, "api_exit     "},     {24, "api_printf   "}, {100, "prf_entry    "}};
-    return names.at(event) + "Core Reader::" + (function == 1 ? "open" : function == 2 ? "close" : "? ") +
+    return names.at(event) + "Core Reader::" +
+           (function == 1   ? "open"
+            : function == 2 ? "close"
+                            : "? ") +
            (event == 10 || event == 23 ? " -> 0\n" : " ...\n");
 }
 
@@ -130,8 +133,8 @@ TEST(CmdFlw, ThreadTableHeadingsAndNodes)
     // Thread 2 of process 100 comes first; thread 1 of 200 has its first
     // node only in its second record; thread 3 of 100 has none.
     const std::vector<std::tuple<uint8_t, uint8_t, uint32_t, uint32_t, int32_t>> records = {
-        {22, 1, 2, 100, 4}, {22, 1, 1, 200, -1}, {22, 2, 1, 200, 9},
-        {22, 1, 3, 100, -1}, {23, 2, 1, 200, 8}, {23, 1, 2, 100, -1}};
+        {22, 1, 2, 100, 4},  {22, 1, 1, 200, -1}, {22, 2, 1, 200, 9},
+        {22, 1, 3, 100, -1}, {23, 2, 1, 200, 8},  {23, 1, 2, 100, -1}};
     for (const auto& [event, function, tid, pid, node] : records) {
         TraceRecordFields f = rec(event, function, tid, pid, 1, 0);
         f.node = node;
@@ -194,12 +197,12 @@ TEST(CmdFlw, DeepNestingOverflowsTheStackAndTheLine)
     traceImageAdd(img, nth(1023, 23));  // 1028: found at the top
     traceImageAdd(img, fl(22, 7));      // 1029
     const std::string where = "Core ? ::? ";
-    d.expect({"flw", "-x", "1026-", d.save(img)},
-             summary(false, false, 1027 * 44 + 2 * 48, 1029) + heading(100, 1) +
-                  line(1026, 1026, "api_entry    " + where + " ...\n") +
-                  line(1027, 1026, "api_exit     " + where + " -> 0\n") +
-                  line(1028, 1026, "api_exit     " + where + " -> 0\n") +
-                  line(1029, 1026, "api_entry    Core Reader::?  ...\n") + closing(4, 100, 1));
+    d.expect({"flw", "-x", "1026-", d.save(img)}, summary(false, false, 1027 * 44 + 2 * 48, 1029) + heading(100, 1) +
+                                                      line(1026, 1026, "api_entry    " + where + " ...\n") +
+                                                      line(1027, 1026, "api_exit     " + where + " -> 0\n") +
+                                                      line(1028, 1026, "api_exit     " + where + " -> 0\n") +
+                                                      line(1029, 1026, "api_entry    Core Reader::?  ...\n") +
+                                                      closing(4, 100, 1));
 
     // An indent beyond the line buffer of 131072 bytes is cut; the text stays
     // whole. The size counts the fillers at the segment ends.
@@ -238,10 +241,10 @@ TEST(CmdFlwLive, ThreadsOfARealTrace)
     ASSERT_EQ(trcWritef(1, TRC_EVENT_API_PRINTF, 1, 1, 1, 0, nullptr, "%s", "inside"), 0);
     ASSERT_EQ(trcWriteRc(1, TRC_EVENT_API_EXIT, 1, 1, 1, 0, nullptr, 0), 0);
     RunResult live = d.run({"flw"});
-    EXPECT_EQ(live.out, summary(false, false, 48 + 44 + 48 + 52 + 48, 5) + heading(pid, mainTid) +
-                            line(1, 1, fnc(22)) + line(4, 1, fnc(24)) + line(5, 1, fnc(23)) +
-                            closing(3, pid, mainTid) + heading(pid, otherTid) + line(2, 1, fnc(22, 2)) +
-                            line(3, 1, fnc(23, 2)) + closing(2, pid, otherTid));
+    EXPECT_EQ(live.out, summary(false, false, 48 + 44 + 48 + 52 + 48, 5) + heading(pid, mainTid) + line(1, 1, fnc(22)) +
+                            line(4, 1, fnc(24)) + line(5, 1, fnc(23)) + closing(3, pid, mainTid) +
+                            heading(pid, otherTid) + line(2, 1, fnc(22, 2)) + line(3, 1, fnc(23, 2)) +
+                            closing(2, pid, otherTid));
     ASSERT_EQ(d.run({"dmp", d.dir.file("dump.bin")}).status, 0);
     EXPECT_EQ(d.run({"flw", d.dir.file("dump.bin")}).out, live.out);
 }

@@ -44,10 +44,7 @@ TraceImage processes(uint32_t count, int32_t size = 4096, uint32_t flags = 0, co
 
 // Run at the exit of a child: whether it still held the trace semaphore
 // (releasing works only for its holder).
-void reportSemaphore()
-{
-    std::fputs(trcSemV() == 0 ? "semaphore held\n" : "semaphore free\n", stderr);
-}
+void reportSemaphore() { std::fputs(trcSemV() == 0 ? "semaphore held\n" : "semaphore free\n", stderr); }
 
 // mainF as `kelvo <words...>` calls it, in a child; a given output replaces
 // the captured standard output.
@@ -144,11 +141,17 @@ TEST(CmdFmt, WholeReportOnStandardOutputIntoAFileAndJoined)
     }
     const std::string source = d.save(img), head = summary(false, false, 192, 4);
     auto records = [](const std::string& sep) {
-        return "\n1\tapi_entry    Alpha Core Reader::open (1.22.1.1.1.1)" + sep + "pid 100; tid 1\n"
-               "\n2\tapi_printf   Alpha Core Reader::open (1.24.1.1.1.1)" + sep + "pid 100; tid 7; sec 12; nsec 34\n"
-               "\thello\n\tworld\n\n3\tapi_exit     Alpha Core Reader::open (1.23.1.1.1.1)" + sep + "pid 100; tid 1\n"
+        return "\n1\tapi_entry    Alpha Core Reader::open (1.22.1.1.1.1)" + sep +
+               "pid 100; tid 1\n"
+               "\n2\tapi_printf   Alpha Core Reader::open (1.24.1.1.1.1)" +
+               sep +
+               "pid 100; tid 7; sec 12; nsec 34\n"
+               "\thello\n\tworld\n\n3\tapi_exit     Alpha Core Reader::open (1.23.1.1.1.1)" +
+               sep +
+               "pid 100; tid 1\n"
                "\trc = -2 = 0xfffffffe\n"
-               "\n4\tapi_entry    Beta Net Sock::send (2.22.1.1.1.1)" + sep + "pid 100; tid 1\n";
+               "\n4\tapi_entry    Beta Net Sock::send (2.22.1.1.1.1)" +
+               sep + "pid 100; tid 1\n";
     };
     d.expect({"fmt", source}, head + records("\n\t") + formatted(4));
     d.expect({"format", source, d.dir.file("out.txt")}, head + formatted(4));
@@ -161,12 +164,21 @@ TEST(CmdFmt, RangeAndReverseOrderKeepTheNumbers)
     ReportDir d;
     const std::string source = d.save(processes(5));
     const std::vector<std::pair<std::vector<std::string>, std::vector<int>>> cases = {
-        {{"-x", "3-9"}, {3, 4, 5}}, {{"-x", "0-2"}, {1, 2}}, {{"-x", "3-"}, {3, 4, 5}}, {{"-x", "-2"}, {1, 2}},
-        {{"-x", ""}, {1, 2, 3, 4, 5}}, {{"-x", "4"}, {4}}, {{"-x", "7"}, {}}, {{"-x", "4-2"}, {}},
-        {{"-x", "2-4", "-r"}, {4, 3, 2}}, {{"-r"}, {5, 4, 3, 2, 1}},
+        {{"-x", "3-9"}, {3, 4, 5}},
+        {{"-x", "0-2"}, {1, 2}},
+        {{"-x", "3-"}, {3, 4, 5}},
+        {{"-x", "-2"}, {1, 2}},
+        {{"-x", ""}, {1, 2, 3, 4, 5}},
+        {{"-x", "4"}, {4}},
+        {{"-x", "7"}, {}},
+        {{"-x", "4-2"}, {}},
+        {{"-x", "2-4", "-r"}, {4, 3, 2}},
+        {{"-r"}, {5, 4, 3, 2, 1}},
         // A later -x changes only the numbers that it gives.
-        {{"-x", "2-4", "-x", "-3"}, {2, 3}}, {{"-x", "2-4", "-x", "3-"}, {3, 4}},
-        {{"-x", "99999999999999999999-"}, {}}, {{"-x", "-99999999999999999999"}, {1, 2, 3, 4, 5}},
+        {{"-x", "2-4", "-x", "-3"}, {2, 3}},
+        {{"-x", "2-4", "-x", "3-"}, {3, 4}},
+        {{"-x", "99999999999999999999-"}, {}},
+        {{"-x", "-99999999999999999999"}, {1, 2, 3, 4, 5}},
     };
     for (auto [args, shown] : cases) {
         args.insert(args.begin(), "fmt");
@@ -212,7 +224,8 @@ TEST(CmdFmt, EmptyWrappedTruncatedAndBrokenAreas)
     d.expect({"fmt", d.save(broken)}, "Trace wrapped           : yes\nSize of trace           : 248 bytes\n"
                                       "Dump file contains corrupt trace records (ignored).\n"
                                       "Trace information might be invalid, retry to capture trace information.\n"
-                                      "Records in trace        : 2\n" + recordsOf({1, 2}, 2) + formatted(2));
+                                      "Records in trace        : 2\n" +
+                                          recordsOf({1, 2}, 2) + formatted(2));
     // Data of line ends only: each takes a tab, so the text is twice the data.
     // Each record but the last fills a segment of 64 KiB with its filler.
     d.expect({"fmt", "-x", "2", d.save(processes(3, 1 << 20, 0, std::string(65000, '\n'))), d.dir.file("out.txt")},

@@ -12,15 +12,11 @@ namespace {
 const std::vector<std::string> web = {"web_buffer_info"};
 
 // Bytes a text record takes in the area.
-int32_t recordBytes(const std::string& text)
-{
-    return trcAligned(44 + static_cast<int32_t>(text.size()));
-}
+int32_t recordBytes(const std::string& text) { return trcAligned(44 + static_cast<int32_t>(text.size())); }
 
 std::string line(const char* mode, bool lost, int64_t used, int64_t count)
 {
-    return std::string("Y|") + mode + (lost ? "|Y|" : "|N|") + std::to_string(used) + "|" +
-           std::to_string(count) + "|";
+    return std::string("Y|") + mode + (lost ? "|Y|" : "|N|") + std::to_string(used) + "|" + std::to_string(count) + "|";
 }
 
 }  // namespace

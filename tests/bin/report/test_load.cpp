@@ -6,7 +6,6 @@
 // is, the way a file that shrinks or grows while it is read would.
 #include <dlfcn.h>
 
-
 #include "cmd_live.h"
 #include "trace_image.h"
 #include "trcload.h"
@@ -26,7 +25,8 @@ struct ReadFault {
 };
 ReadFault fault;
 
-template <typename Fn> Fn realFunction(const char* name)
+template <typename Fn>
+Fn realFunction(const char* name)
 {
     return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
 }
@@ -52,16 +52,14 @@ extern "C" int32_t trcFileRead(int32_t handle, void* buffer, int32_t count)
     if (fault.endAt >= 0 && fault.position + count > fault.endAt) {
         count = static_cast<int32_t>(std::max<int64_t>(0, fault.endAt - fault.position));
     }
-    const int32_t got =
-        realFunction<int32_t (*)(int32_t, void*, int32_t)>("trcFileRead")(handle, buffer, count);
+    const int32_t got = realFunction<int32_t (*)(int32_t, void*, int32_t)>("trcFileRead")(handle, buffer, count);
     fault.position += std::max(got, 0);
     return got;
 }
 
 extern "C" int64_t trcFileSeek(int32_t handle, int64_t offset, int32_t origin)
 {
-    fault.position =
-        realFunction<int64_t (*)(int32_t, int64_t, int32_t)>("trcFileSeek")(handle, offset, origin);
+    fault.position = realFunction<int64_t (*)(int32_t, int64_t, int32_t)>("trcFileSeek")(handle, offset, origin);
     return origin == 2 && fault.sizeShown >= 0 ? fault.sizeShown : fault.position;
 }
 
@@ -97,12 +95,8 @@ std::string loaded(const std::string& bytes)
     }
     return "0 " + std::to_string(bytes.size() - 3000) + "\n" + bytes + "|asked" + asked;
 }
-const auto invalid = [](const std::string& file) {
-    return file + " is an invalid binary trace file.\n";
-};
-const auto unreadable = [](const std::string& file) {
-    return "Could not read from " + file + ".\n";
-};
+const auto invalid = [](const std::string& file) { return file + " is an invalid binary trace file.\n"; };
+const auto unreadable = [](const std::string& file) { return "Could not read from " + file + ".\n"; };
 
 kelvotest::TraceImage someTrace(int32_t bufferSize)
 {
@@ -122,8 +116,8 @@ TEST(Load, AFileIsLoadedWhole)
 {
     TempDir dir;
     kelvotest::TraceImage img = someTrace(32768);
-    for (const auto& [area, forFormatting] : std::vector<std::pair<size_t, int>>{
-             {32768, 1}, {40000, 1}, {100, 1}, {0, 1}, {0, 0}}) {
+    for (const auto& [area, forFormatting] :
+         std::vector<std::pair<size_t, int>>{{32768, 1}, {40000, 1}, {100, 1}, {0, 1}, {0, 0}}) {
         SCOPED_TRACE(area);
         kelvotest::traceImageResize(img, area);
         const std::string bytes = kelvotest::traceImageBytes(img);
@@ -162,9 +156,7 @@ TEST(Load, FilesThatAreNotTraces)
         SCOPED_TRACE(bytes.substr(0, 16));
         const std::string file = dir.write("f.bin", bytes);
         EXPECT_RUN(load(file),
-                   version.empty() ? invalid(file)
-                                   : "Use trc version \"" + version + "\" to format this file.\n",
-                   1);
+                   version.empty() ? invalid(file) : "Use trc version \"" + version + "\" to format this file.\n", 1);
     }
 }
 
@@ -214,8 +206,7 @@ TEST(Load, TheLiveTraceAndTheSemaphore)
             trcHeader_t* header = nullptr;
             long areaSize = 0;
             readFile(&header, file.c_str(), forFormatting, &areaSize);
-            std::printf("|%ld %s %u", areaSize, header == trcAttach(0, 0, 0) ? "live" : "copy",
-                        header->flags);
+            std::printf("|%ld %s %u", areaSize, header == trcAttach(0, 0, 0) ? "live" : "copy", header->flags);
         });
     };
     const std::string otherCopy = "|4096 copy " + std::to_string(TRC_KEEP_LAST);
@@ -241,6 +232,5 @@ TEST(Load, TheLiveTraceAndTheSemaphore)
     EXPECT_RUN(loadShown(other, 1), otherLocked, kelvotest::childReturned);
     EXPECT_RUN(loadShown(other, 0), otherLoaded, kelvotest::childReturned);
     EXPECT_RUN(loadShown(bad, 1), "<P><r><V>" + invalid(bad), 1);
-    EXPECT_RUN(loadShown(dir.file("none"), 1),
-               "<P><V>Could not open " + dir.file("none") + " in read mode.\n", 1);
+    EXPECT_RUN(loadShown(dir.file("none"), 1), "<P><V>Could not open " + dir.file("none") + " in read mode.\n", 1);
 }

@@ -17,9 +17,8 @@ using namespace kelvotest;
 
 namespace {
 
-const std::string corruptText =
-    "Dump file contains corrupt trace records (ignored).\n"
-    "Trace information might be invalid, retry to capture trace information.\n";
+const std::string corruptText = "Dump file contains corrupt trace records (ignored).\n"
+                                "Trace information might be invalid, retry to capture trace information.\n";
 
 struct WalkResult {
     trcWalk_t walk;
@@ -113,14 +112,19 @@ std::vector<int32_t> expectedNumbers(const TraceImage& img)
     return numbers;
 }
 
-} // namespace
+}  // namespace
 
 // Images made of records with these sizes of data; a 4-byte filler where
 // only the end mark's 4 bytes are left; a record right behind the end mark
 // that is not reported.
 TEST(Walk, SmallAreasAndFillers)
 {
-    struct Case { int32_t bufferSize; std::vector<size_t> data; Bounds want; std::vector<int32_t> tags; };
+    struct Case {
+        int32_t bufferSize;
+        std::vector<size_t> data;
+        Bounds want;
+        std::vector<int32_t> tags;
+    };
     const Case cases[] = {
         {65536, {}, {8, 8, false, 0, 0}, {}},
         {8, {}, {8, 8, false, 0, 0}, {}},
@@ -167,8 +171,11 @@ TEST(Walk, KeepInitialLosesRecordsOnlyWhenFull)
 
 TEST(Walk, WrappedAreasGiveTheNewestRecordsInOrder)
 {
-    const struct { int32_t bufferSize; int rounds; size_t maxData; } cases[] = {
-        {4096, 3, 200}, {65536, 2, 900}, {131072, 3, 3000}, {196608, 2, 5000}, {1024, 5, 40}};
+    const struct {
+        int32_t bufferSize;
+        int rounds;
+        size_t maxData;
+    } cases[] = {{4096, 3, 200}, {65536, 2, 900}, {131072, 3, 3000}, {196608, 2, 5000}, {1024, 5, 40}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.bufferSize);
         TraceImage img = wrapped(c.bufferSize, c.rounds, c.maxData);
@@ -228,8 +235,14 @@ TEST(Walk, CorruptLengthsInAWrappedAreaGiveUpWith421)
     const int32_t lastOld = indexOf([&model](int32_t at) { return at < model.writeOffset; }) - 1;
     ASSERT_GT(offsets.at(9), model.writeOffset);
     ASSERT_LT(atBoundary, lastOld);
-    const struct { int32_t index, length, kept; } cases[] = {
-        {9, 0, 10}, {9, -4, 9}, {9, INT32_MIN, 9}, {9, INT32_MAX, 9}, {9, 131072, 9},
+    const struct {
+        int32_t index, length, kept;
+    } cases[] = {
+        {9, 0, 10},
+        {9, -4, 9},
+        {9, INT32_MIN, 9},
+        {9, INT32_MAX, 9},
+        {9, 131072, 9},
         {atBoundary, 0, atBoundary},
         {lastOld, 131072 - offsets[static_cast<size_t>(lastOld)] + 8, lastOld},  // 8 bytes past the area
     };
@@ -248,8 +261,10 @@ TEST(Walk, CorruptLengthsInAWrappedAreaGiveUpWith421)
 TEST(Walk, CorruptOrTruncatedUnwrappedData)
 {
     // With cut, the area ends that many bytes into the record.
-    const struct { int32_t number, length; size_t cut; } cases[] = {
-        {3, 0, 0}, {3, -60, 0}, {3, 65536, 0}, {4, 0, 4}, {4, 0, 83}};
+    const struct {
+        int32_t number, length;
+        size_t cut;
+    } cases[] = {{3, 0, 0}, {3, -60, 0}, {3, 65536, 0}, {4, 0, 4}, {4, 0, 83}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.length) + " cut " + std::to_string(c.cut));
         TraceImage img = image(65536, 300, 40);

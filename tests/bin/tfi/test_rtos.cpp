@@ -69,7 +69,7 @@ const std::string title = "\n5\tapi_entry    Alpha Core Reader::open (3.22.7.1.1
 const std::string exitTitle = "\n5\tapi_exit     Alpha Core Reader::open (3.23.7.1.1.2)" + pid;
 const std::string flow = "api_entry    Core Reader::open (2)", exitFlow = "api_exit     Core Reader::open (2) -> ";
 
-} // namespace
+}  // namespace
 
 TEST_F(Rtos, OriginTextAndReturnCodes)
 {
@@ -90,7 +90,7 @@ TEST_F(Rtos, OriginTextAndReturnCodes)
         {record(rcExit, word(-1)), exitTitle + "\n\trc = -1 = 0xffffffff\n"},
         {record(rcExit, word(INT32_MIN)), exitTitle + "\n\trc = -2147483648 = 0x80000000\n"},
         {record(rcExit, word(2) + "zzzz"), exitTitle + "\n\trc = 2 = 0x2\n"},  // data behind it is not shown
-        {record(rcExit), exitTitle + "\n\trc = 44 = 0x2c\n"},  // no data: the length word is read
+        {record(rcExit), exitTitle + "\n\trc = 44 = 0x2c\n"},                  // no data: the length word is read
     };
     for (const auto& [laid, text] : rows)
         EXPECT_EQ(str(laid), text);
@@ -159,8 +159,8 @@ TEST_F(Rtos, TextThatDoesNotFitIsCutWithTheLineEndKept)
     for (int size : {0, 1, 2, 10, 60, static_cast<int>(full.size()) - 1, static_cast<int>(full.size())}) {
         std::string buffer(static_cast<std::size_t>(size) + 16, 'Z');
         ASSERT_EQ(trcRecToStr(view(b), buffer.data(), size, 5, 0), size);
-        std::string expected = size == static_cast<int>(full.size()) || size == 0 ? full.substr(0, size)
-                                                                                  : full.substr(0, size - 1) + "\n";
+        std::string expected =
+            size == static_cast<int>(full.size()) || size == 0 ? full.substr(0, size) : full.substr(0, size - 1) + "\n";
         EXPECT_EQ(buffer.substr(0, size + 1), expected + "Z") << size;
     }
     std::string line = flow + " ...\n";

@@ -12,7 +12,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-
 namespace {
 
 // A header whose products 1 to 4 carry "v1.0", "%W%", "ABCDEFGH" and
@@ -80,7 +79,7 @@ std::string initIn(const std::string& dir)
     return r.out + "|" + r.err;
 }
 
-} // namespace
+}  // namespace
 
 TEST(RtosDict, DefaultsAndEventNames)
 {
@@ -92,8 +91,13 @@ TEST(RtosDict, DefaultsAndEventNames)
     EXPECT_EQ(trcNameComp[3], noName1);
     EXPECT_EQ(trcNameClass[3][4], noName1);
     EXPECT_EQ(trcNameFnc[3][4][5], noName1);
-    for (auto [e, name] : {std::pair{1, "ALERT_ERROR     "}, {7, "NON-FATAL_ERROR "}, {14, "DBG_ERRCODE     "},
-                           {22, "api_entry   "}, {43, "cii_exit    "}, {64, "dbg_printf  "}, {100, "prf_entry   "},
+    for (auto [e, name] : {std::pair{1, "ALERT_ERROR     "},
+                           {7, "NON-FATAL_ERROR "},
+                           {14, "DBG_ERRCODE     "},
+                           {22, "api_entry   "},
+                           {43, "cii_exit    "},
+                           {64, "dbg_printf  "},
+                           {100, "prf_entry   "},
                            {101, "prf_exit    "}})
         EXPECT_STREQ(trcNameEvent[e], name);
     int named = 0;
@@ -141,11 +145,17 @@ TEST(RtosDict, ProdVersionCheck)
 {
     trcHeader_t h = header();
     std::memcpy(sUnexpandedSign, "%W%", 4);
-    const struct { const char* level; int product, due; } rows[] = {
-        {"%W%", 0, 1}, {"%W%", 2, 1}, {"v1.0", 2, 1},  // an unexpanded level on either side is always due
-        {"anything", 0, 0}, {"", 0, 0},                // no version in the trace: silence
-        {"v1.0", 1, 0}, {"@(#) v1.0 built today", 1, 0}, {"v1.1", 1, 1}, {"", 1, 1},
-        {"ABCDEFGH", 3, 0}, {"ABCDEFGHIJ", 3, 0}, {"ABCDEFG", 3, 1},
+    const struct {
+        const char* level;
+        int product, due;
+    } rows[] = {
+        {"%W%", 0, 1},      {"%W%", 2, 1},
+        {"v1.0", 2, 1},                  // an unexpanded level on either side is always due
+        {"anything", 0, 0}, {"", 0, 0},  // no version in the trace: silence
+        {"v1.0", 1, 0},     {"@(#) v1.0 built today", 1, 0},
+        {"v1.1", 1, 1},     {"", 1, 1},
+        {"ABCDEFGH", 3, 0}, {"ABCDEFGHIJ", 3, 0},
+        {"ABCDEFG", 3, 1},
     };
     for (const auto& row : rows)
         EXPECT_EQ(trcIsProdVersionOK(row.level, &h, row.product), row.due) << row.level << " " << row.product;
@@ -154,21 +164,27 @@ TEST(RtosDict, ProdVersionCheck)
 TEST(RtosDict, BuildLevelWarnings)
 {
     kelvotest::TempDir dir;
-    const struct { std::string content, level; std::vector<std::string> versions; } rows[] = {
-        {"tfiversion 1 bldlvl \"%W%\" product A 1 product B 5 product A 1\n", "%W%",
+    const struct {
+        std::string content, level;
+        std::vector<std::string> versions;
+    } rows[] = {
+        {"tfiversion 1 bldlvl \"%W%\" product A 1 product B 5 product A 1\n",
+         "%W%",
          {"    v1.0", " .......", "    v1.0"}},
-        {"tfiversion 1 bldlvl \"@(#) v2.0\" product A 1 product B 2 product C 5 product D 3 tfiversion 1\n", "v2.0",
+        {"tfiversion 1 bldlvl \"@(#) v2.0\" product A 1 product B 2 product C 5 product D 3 tfiversion 1\n",
+         "v2.0",
          {"    v1.0", "     %W%", "ABCDEFGH", "    v1.0"}},
         // No level in the file; a matching level; a later "bldlvl" changes nothing.
-        {"tfiversion 1 bldlvl \"  \" product D 4 bldlvl \"IJKLMNOP\" product D 4\n", "not specified",
+        {"tfiversion 1 bldlvl \"  \" product D 4 bldlvl \"IJKLMNOP\" product D 4\n",
+         "not specified",
          {"IJKLMNOP", "IJKLMNOP"}},
         {"tfiversion 1 bldlvl \"v1.0 more\" product A 1 product B 9 product D 3\n", "v1.0", {"ABCDEFGH"}},
     };
     for (const auto& row : rows) {
         std::string path = dir.write("w.tfi", row.content), expected;
         for (const std::string& version : row.versions)
-            expected += "file " + path + ": incorrect bldlvl, it is <" + row.level + ">.  It should be " + version +
-                        "\n";
+            expected +=
+                "file " + path + ": incorrect bldlvl, it is <" + row.level + ">.  It should be " + version + "\n";
         EXPECT_EQ(initIn(dir.path()), "0|" + expected);
     }
 }

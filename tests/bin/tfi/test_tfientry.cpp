@@ -45,7 +45,7 @@ std::string last(const std::string& content)
 const std::string head = "tfiversion 1\nbldlvl \"lvl\"\n", pc = head + "product P 1 component C 1 ";
 const std::string entryStart = "!3|expected 'product', 'component', 'class' or function name|@|";
 
-} // namespace
+}  // namespace
 
 TEST(TfiEntry, EntriesLevelsAndCounters)
 {
@@ -53,20 +53,21 @@ TEST(TfiEntry, EntriesLevelsAndCounters)
     EXPECT_EQ(parse(head + "product P 9 component C 4 class A class B component C 4 class D product Q 2 "
                            "component E 200 class F g\n"),
               (list{"0:1.0.0.0:", "-:0.0.0.0:lvl", "0:9.0.0.0:P", "1:9.4.0.0:C", "2:9.4.1.0:A", "2:9.4.2.0:B",
-                    "1:9.4.0.0:C", "2:9.4.1.0:D", "0:2.0.0.0:Q", "1:2.200.0.0:E", "2:2.200.1.0:F",
-                    "3:2.200.1.1:g"}));
+                    "1:9.4.0.0:C", "2:9.4.1.0:D", "0:2.0.0.0:Q", "1:2.200.0.0:E", "2:2.200.1.0:F", "3:2.200.1.1:g"}));
     EXPECT_EQ(last(pc + "class A f g class B h\n"), "3:1.1.2.1:h");
     // A later "tfiversion" is a product without a name; a later "bldlvl" has no kind.
     EXPECT_EQ(parse(pc + "class A tfiversion 7 bldlvl \"again\"\n"),
-              (list{"0:1.0.0.0:", "-:0.0.0.0:lvl", "0:1.0.0.0:P", "1:1.1.0.0:C", "2:1.1.1.0:A", "0:7.0.0.0:",
-                    "-:0.0.0.0:again"}));
+              (list{"0:1.0.0.0:", "-:0.0.0.0:lvl", "0:1.0.0.0:P", "1:1.1.0.0:C", "2:1.1.1.0:A",
+                    "0:7.0.0.0:", "-:0.0.0.0:again"}));
     EXPECT_EQ(parse(" \n\t\n"), list{});
     EXPECT_EQ(last(head + "product " + std::string(80, 'q') + " 2\n"), "0:2.0.0.0:" + std::string(80, 'q'));
 }
 
 TEST(TfiEntry, StateRulesOrderOfChecksAndTokenTexts)
 {
-    const struct { std::string in, failure; } rows[] = {
+    const struct {
+        std::string in, failure;
+    } rows[] = {
         {"bldlvl \"x\"\n", "!3|missing tfiversion specification|@|1"},
         {"product P 1\n", "!3|missing tfiversion specification|@|1"},
         {"tfiversion 1\nproduct P 1\n", "!3|missing bldlvl specification|@|2"},

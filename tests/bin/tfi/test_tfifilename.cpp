@@ -46,18 +46,17 @@ std::string found(const env& tfiDir, const env& home, const std::string& cwd, bo
     return r.out;
 }
 
-} // namespace
+}  // namespace
 
 TEST(TfiFilename, OnlyNamesEndingInDotTfiQualify)
 {
     kelvotest::TempDir dir, none;
     const std::string longName = std::string(90, 'l') + ".tfi", &d = dir.path();
-    for (const char* name : {"a.tfi", ".tfi", "b.TFI", "c.tfi~", "c.tfi.bak", "tfi", "d.Tfi", "e.tfix", "xtfi",
-                             longName.c_str()})
+    for (const char* name :
+         {"a.tfi", ".tfi", "b.TFI", "c.tfi~", "c.tfi.bak", "tfi", "d.Tfi", "e.tfix", "xtfi", longName.c_str()})
         dir.write(name, "");
     ::mkdir(dir.file("sub.tfi").c_str(), 0700);
-    EXPECT_EQ(found(d, {}, "/"),
-              d + ": " + d + "/.tfi " + d + "/a.tfi " + d + "/" + longName + " " + d + "/sub.tfi");
+    EXPECT_EQ(found(d, {}, "/"), d + ": " + d + "/.tfi " + d + "/a.tfi " + d + "/" + longName + " " + d + "/sub.tfi");
     none.write("readme", "");
     EXPECT_EQ(found(none.path(), {}, "/"), none.path() + ":");
 }
@@ -72,7 +71,10 @@ TEST(TfiFilename, DirectoryChoice)
     const std::string t = tfi.path(), h = home.path(), c = cwd.path();
     const std::string noTfiDir = "2|Could not open dir in TRCTFIDIR|(null)|0",
                       noCwd = "5|Could not open current directory|(null)|0";
-    const struct { env tfiDir, home; std::string expected; } rows[] = {
+    const struct {
+        env tfiDir, home;
+        std::string expected;
+    } rows[] = {
         {t, h, t + ": " + t + "/t.tfi"},  // TRCTFIDIR first and the only try
         {t + "/missing", h, noTfiDir},
         {"", h, noTfiDir},

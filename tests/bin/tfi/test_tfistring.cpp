@@ -23,7 +23,7 @@ void expectText(const trcTfiString& s, const std::string& text)
     EXPECT_EQ(s.isLocal(), text.size() < 80) << text.size();
 }
 
-} // namespace
+}  // namespace
 
 TEST(TfiString, SeventyNineBytesStayLocalEightyGoToTheHeap)
 {

@@ -28,7 +28,7 @@ list lex(const std::string& content)
                 trcTfiToken token(factory);
                 tokens.push_back(std::to_string(token.type) + ":" + static_cast<const char*>(token.text) +
                                  (token.type == trcTfiTokenValue ? std::string(":").append(std::to_string(token.value))
-                                                                  : std::string()));
+                                                                 : std::string()));
             }
         },
         path);
@@ -40,18 +40,21 @@ list lex(const std::string& content)
 const std::string invalid = "!3|invalid token|@|1", range = "!3|Value is out of range|@|",
                   end = "!3|unexpected end of input|@|";
 
-} // namespace
+}  // namespace
 
 TEST(TfiToken, ClassesDelimitersAndFailures)
 {
     const std::string n79(79, 'n'), n80(80, 'n'), q500(500, 'q');
-    const struct { std::string in; list out; } rows[] = {
+    const struct {
+        std::string in;
+        list out;
+    } rows[] = {
         {"tfiversion bldlvl product component class function Product CLASS classes productX function_ Tfiversion\n",
          {"3:tfiversion", "4:bldlvl", "5:product", "6:component", "7:class", "8:function", "0:Product", "0:CLASS",
           "0:classes", "0:productX", "0:function_", "0:Tfiversion"}},
         {"_a Z9_x abc123\tb\v1\f9\r10\n99 255 \"a b\" \"\" \"x\"",
-         {"0:_a", "0:Z9_x", "0:abc123", "0:b", "1:1:1", "1:9:9", "1:10:10", "1:99:99", "1:255:255", "2:a b", "2:",
-          "2:x"}},
+         {"0:_a", "0:Z9_x", "0:abc123", "0:b", "1:1:1", "1:9:9", "1:10:10", "1:99:99", "1:255:255", "2:a b",
+          "2:", "2:x"}},
         {n79 + " " + n80 + " \"" + q500 + "\"", {"0:" + n79, "0:" + n80, "2:" + q500}},
         {"256\n", {range + "1"}},
         {"1 2\n\n99999999999999999999999999\n", {"1:1:1", "1:2:2", range + "3"}},
@@ -81,7 +84,12 @@ TEST(TfiToken, LineNumbersAndExpectedTypes)
          {std::pair<std::string, int>{"", 2}, {"x", 2}, {"a\nb\nc\n", 5}, {"  \t \r\n", 3}}) {
         std::string path = dir.write("t.tfi", content);
         trcTfiTokenFactory factory(path.c_str());
-        EXPECT_EQ(failureOf([&] { for (;;) trcTfiToken token(factory); }, path),
+        EXPECT_EQ(failureOf(
+                      [&] {
+                          for (;;)
+                              trcTfiToken token(factory);
+                      },
+                      path),
                   end.substr(1) + std::to_string(line));
         EXPECT_EQ(factory.line(), line);
         EXPECT_EQ(*factory.cursor, '\0');

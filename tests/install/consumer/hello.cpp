@@ -13,8 +13,8 @@ int run()
 {
     kelvo::TraceScope scope(cxxMain, TRC_EVENT_API_ENTRY, nullptr, "scope");
     const char text[] = "hello from find_package";
-    int rc = trcWrite(cxxMain.product, TRC_EVENT_API_PRINTF, cxxMain.component, cxxMain.klass,
-                      cxxMain.function, 1, nullptr, text, sizeof text - 1);
+    int rc = trcWrite(cxxMain.product, TRC_EVENT_API_PRINTF, cxxMain.component, cxxMain.klass, cxxMain.function, 1,
+                      nullptr, text, sizeof text - 1);
     return scope.ret(rc);
 }
 

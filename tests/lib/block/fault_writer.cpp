@@ -29,7 +29,7 @@ void areaStoreHook()
         --storesLeft;
 }
 
-} // namespace kelvo
+}  // namespace kelvo
 
 int main(int argc, char** argv)
 {

@@ -29,7 +29,7 @@ void areaStoreHook()
         --storesLeft;
 }
 
-} // namespace kelvo
+}  // namespace kelvo
 
 namespace {
 
@@ -68,8 +68,8 @@ struct Area {
 bool place(Area& a, int64_t n, bool keepInitial = false)
 {
     std::string text = patternText(static_cast<uint32_t>(n));
-    int32_t length = std::min<int32_t>(TRC_RECORD_MIN + static_cast<int32_t>(text.size()),
-                                       kelvo::ringLargestRecord(a.live));
+    int32_t length =
+        std::min<int32_t>(TRC_RECORD_MIN + static_cast<int32_t>(text.size()), kelvo::ringLargestRecord(a.live));
     kelvo::Placement p;
     uint64_t word = kelvo::loadRing(a.live);
     kelvo::RingState next;
@@ -81,8 +81,17 @@ bool place(Area& a, int64_t n, bool keepInitial = false)
     if (p.fillerSize != 0)
         kelvo::ringWriteFiller(a.live, p.fillerAt, p.fillerSize,
                                p.at < p.fillerAt ? kelvo::previousLap(next.lap) : next.lap);
-    kelvo::RecordFields f{1u << 24 | 30u << 16, 0, 0, 1, 1, -1, 0, 1, 0,
-                          reinterpret_cast<const uint8_t*>(text.data()), static_cast<uint32_t>(text.size())};
+    kelvo::RecordFields f{1u << 24 | 30u << 16,
+                          0,
+                          0,
+                          1,
+                          1,
+                          -1,
+                          0,
+                          1,
+                          0,
+                          reinterpret_cast<const uint8_t*>(text.data()),
+                          static_cast<uint32_t>(text.size())};
     kelvo::ringWriteRecord(a.live, p.at, next.lap, f, length);
     return true;
 }
@@ -132,7 +141,8 @@ int expectSettled(const Walked& w, int64_t last)
 
 // Runs `action` on copies of `before` stopped before each of its stores in
 // turn; each copy is settled, walked, and written on.
-template <typename Fn> void stopEverywhere(const Area& before, int64_t last, Fn action)
+template <typename Fn>
+void stopEverywhere(const Area& before, int64_t last, Fn action)
 {
     for (int stop = 0; !testing::Test::HasFailure(); ++stop) {
         SCOPED_TRACE(testing::Message() << "after record " << last << " stopped before store " << stop);
@@ -158,7 +168,7 @@ template <typename Fn> void stopEverywhere(const Area& before, int64_t last, Fn 
     }
 }
 
-} // namespace
+}  // namespace
 
 TEST(LibRing, AWriterStoppedAnywhereInOneSegmentLeavesASettledArea)
 {
@@ -230,7 +240,7 @@ TEST(LibRing, AStrayRingWordEmptiesTheAreaAndWritersGoOn)
     Area a(4096);
     for (int64_t n = 0; n < 30; ++n)
         place(a, n);
-    a.control.ring = 0x00000000FFFFFFF3ull;   // an end no record can start at
+    a.control.ring = 0x00000000FFFFFFF3ull;  // an end no record can start at
     EXPECT_FALSE(kelvo::ringEndUsable(a.live, kelvo::RingState::decode(a.control.ring)));
     settle(a);
     EXPECT_TRUE(place(a, 100));

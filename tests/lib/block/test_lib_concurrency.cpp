@@ -44,10 +44,7 @@ int64_t writeInTwoThreads(uint32_t count)
 }
 
 // Records of the facility itself: losses, and slots given up.
-bool isFacilityRecord(const Found& f)
-{
-    return f.ids[0] == 255;
-}
+bool isFacilityRecord(const Found& f) { return f.ids[0] == 255; }
 
 // Every record whole, a pattern record or one of the facility, and each
 // writer's numbers and time stamps rising.
@@ -75,7 +72,7 @@ void checkDump(const Walked& w)
     }
 }
 
-} // namespace
+}  // namespace
 
 // The buffer holds every record of the run, so that no writer is lapped: a
 // writer held up in the middle of its record while the others fill the
@@ -113,7 +110,7 @@ TEST(LibConcurrency, StoredAndLostRecordsAddUpToTheRecordsWritten)
     Instance instance;
     TempDir dir;
     OnArgs args;
-    args.bufferSize = 65536 * 256;   // nothing is overwritten
+    args.bufferSize = 65536 * 256;  // nothing is overwritten
     ASSERT_EQ(turnOn(args), 0);
     constexpr uint32_t perThread = 20000;
     int report[2];

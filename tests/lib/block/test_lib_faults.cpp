@@ -97,7 +97,7 @@ protected:
     OnArgs args;
 };
 
-} // namespace
+}  // namespace
 
 TEST_F(LibFaults, AReportThatNeverFinishesStopsNoWriterAndOffStillEndsTheTrace)
 {
@@ -124,7 +124,7 @@ TEST_F(LibFaults, AReportThatNeverFinishesStopsNoWriterAndOffStillEndsTheTrace)
     ASSERT_EQ(pipe(timing), 0);
     pid_t writer = fork();
     if (writer == 0) {
-        alarm(60);   // a write that waited would never return
+        alarm(60);  // a write that waited would never return
         double longest = 0;
         int stored = 0;
         for (int n = 0; n < 1000; ++n) {
@@ -201,7 +201,7 @@ TEST_F(LibFaults, StrayBytesAnywhereInTheBlockCrashNothingAndOffThenOnAlwaysWork
     ASSERT_EQ(turnOn(args), 0);
     pid_t writer = fork();
     if (writer == 0)
-        for (uint32_t n = 0;; ++n)   // until killed
+        for (uint32_t n = 0;; ++n)  // until killed
             writeText(patternText(n));
     std::mt19937 random(11);
     // Fixed patterns over the control page and every header field, then
@@ -285,8 +285,8 @@ TEST_F(LibFaults, LossesAreCountedAndShownWhereTheyHappened)
     EXPECT_EQ(fmt.out, "Trace wrapped           : no\nSize of trace           : " + std::to_string(used) +
                            " bytes\nRecords in trace        : 3\n\n2\tEVENT_LOG_EVENT  kelvo Facility "
                            "Ring::RecordsLost (255.6.255.1.1.0)\n\tpid " +
-                           std::to_string(r.pid) + "; tid " + std::to_string(r.tid) + "; sec " +
-                           std::to_string(r.sec) + "; nsec " + std::to_string(r.nsec) +
+                           std::to_string(r.pid) + "; tid " + std::to_string(r.tid) + "; sec " + std::to_string(r.sec) +
+                           "; nsec " + std::to_string(r.nsec) +
                            "\n\tlost 3 records while a reader held the trace\nRecords formatted       : 1\n");
     EXPECT_EQ(fmt.err, "");
     for (int fd : {held[0], held[1], go[0], go[1]})

@@ -34,8 +34,13 @@ protected:
         auto err = [](bool failed) { return failed ? errno : 0; };
         std::string bytes;
         errno = 0;
-        return {err(trcAttach(0, 0, 0) == nullptr), err(trcClear(0) != 0), change(OnArgs{}),
-                dumpTo(dir.file("d"), bytes), trcSemAttach(), trcIsOn(), err(trcOff(0) != 0)};
+        return {err(trcAttach(0, 0, 0) == nullptr),
+                err(trcClear(0) != 0),
+                change(OnArgs{}),
+                dumpTo(dir.file("d"), bytes),
+                trcSemAttach(),
+                trcIsOn(),
+                err(trcOff(0) != 0)};
     }
     Instance instance;
     TempDir dir;
@@ -46,8 +51,8 @@ std::string text8(const char* field) { return std::string(field, strnlen(field, 
 
 auto settings(const trcHeader_t* h)
 {
-    return std::tuple(h->tracePid, h->traceTid, h->traceCpid, h->thisPointer, h->sysErrRc,
-                      h->maxSevereErrors, h->maxRecordSize, h->flags, h->pauseAttrib);
+    return std::tuple(h->tracePid, h->traceTid, h->traceCpid, h->thisPointer, h->sysErrRc, h->maxSevereErrors,
+                      h->maxRecordSize, h->flags, h->pauseAttrib);
 }
 
 auto masks(const trcHeader_t* h)
@@ -56,7 +61,7 @@ auto masks(const trcHeader_t* h)
     return std::tuple(bytes(h->mask), bytes(h->crashMask), bytes(h->pauseMask));
 }
 
-} // namespace
+}  // namespace
 
 TEST_F(LibControl, OnOffAndTheirRefusals)
 {
@@ -78,8 +83,8 @@ TEST_F(LibControl, SizesTheFormatCannotUseAreRefusedAndLeaveNothing)
         EXPECT_EQ(objects(), 0);
         EXPECT_EQ(trcAttach(0, 0, 0), nullptr);
     };
-    for (int64_t size : {int64_t{0}, int64_t{-1}, int64_t{32}, int64_t{100}, int64_t{65537},
-                         int64_t{65536 * 3 + 4096}, int64_t{3} << 31, int64_t{1} << 40}) {
+    for (int64_t size : {int64_t{0}, int64_t{-1}, int64_t{32}, int64_t{100}, int64_t{65537}, int64_t{65536 * 3 + 4096},
+                         int64_t{3} << 31, int64_t{1} << 40}) {
         args.bufferSize = size;
         refuse(EINVAL);
     }
@@ -116,12 +121,10 @@ TEST_F(LibControl, HeaderOfANewTrace)
     ASSERT_NE(h, nullptr);
     EXPECT_STREQ(h->magic, "@TRACE@");
     EXPECT_FALSE(text8(h->traceVersion).empty());
-    EXPECT_EQ(std::tuple(h->layoutId, text8(h->opSystem), text8(h->hwPlatform)),
-              std::tuple(3004, "Linux", "x86_64"));
+    EXPECT_EQ(std::tuple(h->layoutId, text8(h->opSystem), text8(h->hwPlatform)), std::tuple(3004, "Linux", "x86_64"));
     EXPECT_EQ(std::string(h->prodVersion[0], 8), std::string(".......", 8));
     EXPECT_EQ(std::string(h->prodVersion[255], 8), std::string(".......", 8));
-    EXPECT_EQ(std::tuple(h->traceOff, h->traceFull, h->bufferSize, h->fileName[0]),
-              std::tuple(0, 0, 131072, '\0'));
+    EXPECT_EQ(std::tuple(h->traceOff, h->traceFull, h->bufferSize, h->fileName[0]), std::tuple(0, 0, 131072, '\0'));
     EXPECT_EQ(settings(h), std::tuple(7, -1, 9, 0xABCDu, -5, 3, 100, args.flags, 4));
     EXPECT_EQ(masks(h), std::tuple(args.mask, args.crashMask, args.pauseMask));
 
@@ -137,16 +140,15 @@ TEST_F(LibControl, HeaderOfANewTrace)
     ASSERT_EQ(turnOn(OnArgs{}), 0);
     h = trcAttach(0, 0, 0);
     ASSERT_NE(h, nullptr);
-    EXPECT_EQ(std::tuple(text8(h->prodVersion[5]), text8(h->prodVersion[3])),
-              std::tuple("early", "1.2.3-lo"));
+    EXPECT_EQ(std::tuple(text8(h->prodVersion[5]), text8(h->prodVersion[3])), std::tuple("early", "1.2.3-lo"));
 }
 
 TEST_F(LibControl, ChangeTakesTheSettingsAndOnlyTheCrashAndPauseFlags)
 {
     args.flags |= TRC_OPTION_T;
     ASSERT_EQ(turnOn(args), 0);
-    OnArgs next{noMask(), 11, 12, 13, 14, 15, 16, 200,
-                TRC_USE_PAUSE_MASK | TRC_DEST_FILE | TRC_KEEP_INITIAL, noMask(), noMask(), 30, "", 0};
+    OnArgs next{noMask(), 11,       12, 13, 14, 15, 16, 200, TRC_USE_PAUSE_MASK | TRC_DEST_FILE | TRC_KEEP_INITIAL,
+                noMask(), noMask(), 30, "", 0};
     next.mask[0] = 0x04;
     next.crashMask[3] = 0x80;
     next.pauseMask[5] = 0x01;
@@ -213,8 +215,7 @@ TEST_F(LibControl, FileDestinationHoldsATraceFileAndIsNotDumped)
     EXPECT_STREQ(h->fileName, args.fileName.c_str());
     for (uint32_t n = 0; n < 3000; ++n) {
         std::string text = patternText(n);
-        ASSERT_EQ(trcWrite(2, 30, 1, 1, 1, 1, nullptr, text.data(), static_cast<unsigned>(text.size())),
-                  0);
+        ASSERT_EQ(trcWrite(2, 30, 1, 1, 1, 1, nullptr, text.data(), static_cast<unsigned>(text.size())), 0);
     }
     std::string bytes;
     EXPECT_EQ(dumpTo(dir.file("d"), bytes), EINVAL);

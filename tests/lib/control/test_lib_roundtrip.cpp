@@ -66,8 +66,8 @@ void expectTail(const Walked& w, const std::vector<Written>& log)
         EXPECT_TRUE(f.whole);
         EXPECT_EQ(std::tuple(f.head.pid, f.head.tid, f.head.node, f.head.cpid, f.head.sec != 0,
                              f.head.nsec >= 0 && f.head.nsec < 1'000'000'000),
-                  std::tuple(static_cast<uint32_t>(getpid()), static_cast<uint32_t>(syscall(SYS_gettid)),
-                             -1, 0u, true, true));
+                  std::tuple(static_cast<uint32_t>(getpid()), static_cast<uint32_t>(syscall(SYS_gettid)), -1, 0u, true,
+                             true));
     }
 }
 
@@ -78,7 +78,7 @@ protected:
     OnArgs args;
 };
 
-} // namespace
+}  // namespace
 
 TEST_F(LibRoundTrip, EveryKindOfRecordComesBackWholeAndInOrder)
 {
@@ -110,8 +110,7 @@ TEST_F(LibRoundTrip, EveryKindOfRecordComesBackWholeAndInOrder)
     EXPECT_FALSE(w.lost);
     ASSERT_EQ(w.records.size(), log.size());
     expectTail(w, log);
-    EXPECT_EQ(w.records.back().head.thisPointer,
-              static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&object)));
+    EXPECT_EQ(w.records.back().head.thisPointer, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&object)));
 
     // Several laps over three segments: the newest records, in order, and
     // at most a segment's end and the record at the end mark given up.

@@ -11,12 +11,9 @@ using namespace kelvotest;
 
 namespace {
 
-int writeText(const char* text)
-{
-    return trcWrite(3, TRC_EVENT_API_PRINTF, 1, 1, 1, 1, nullptr, text, 4);
-}
+int writeText(const char* text) { return trcWrite(3, TRC_EVENT_API_PRINTF, 1, 1, 1, 1, nullptr, text, 4); }
 
-} // namespace
+}  // namespace
 
 TEST(LibIdle, AWriterThatFoundNoTraceSeesOneTurnedOnElsewhere)
 {

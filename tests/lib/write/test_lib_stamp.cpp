@@ -50,7 +50,7 @@ std::pair<int64_t, bool> stampAt(kelvo::CycleClock& c)
 
 constexpr int64_t ms = 1'000'000;
 
-} // namespace
+}  // namespace
 
 TEST(Stamp, CounterTakesOverAfterAMillisecondAndTheClockIsReadOnceAMillisecond)
 {
@@ -64,7 +64,7 @@ TEST(Stamp, CounterTakesOverAfterAMillisecondAndTheClockIsReadOnceAMillisecond)
         EXPECT_NEAR(ns, world.ns, 20);
     }
     world.advanceNs(2);
-    EXPECT_TRUE(stampAt(c).second);   // a millisecond: the rate is measured
+    EXPECT_TRUE(stampAt(c).second);  // a millisecond: the rate is measured
     int64_t base = world.ns;
     for (int64_t at : {ms / 10, ms / 2, ms - ms / 100}) {
         world.advanceNs(base + at - world.ns);
@@ -73,7 +73,7 @@ TEST(Stamp, CounterTakesOverAfterAMillisecondAndTheClockIsReadOnceAMillisecond)
         EXPECT_NEAR(ns, world.ns, 20) << at;
     }
     world.advanceNs(ms / 50);
-    EXPECT_TRUE(stampAt(c).second);   // the base has served its time
+    EXPECT_TRUE(stampAt(c).second);  // the base has served its time
     world.advanceNs(ms / 3);
     auto [ns, read] = stampAt(c);
     EXPECT_FALSE(read);
@@ -130,7 +130,7 @@ TEST(Stamp, StampsOfAWritingThreadFollowTheRealTime)
         return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
     };
     int64_t start = realNs();
-    int64_t times[2] = {0, 0};   // before this write, after the write before
+    int64_t times[2] = {0, 0};  // before this write, after the write before
     for (int64_t now = start; now - start < 5 * ms; now = realNs()) {
         times[0] = realNs();
         ASSERT_EQ(trcWrite(1, 30, 2, 3, 4, 5, nullptr, times, sizeof times), 0);

@@ -67,8 +67,8 @@ int mainChg(int count, char** args)
         }
     }
     const trcTraceParams_t& p = params;
-    if (trcChg(p.mask, p.pid, p.tid, p.cpid, p.thisPointer, p.returnCode, p.maxSevereErrors,
-               p.maxRecordSize, p.flags, p.crashMask, p.pauseMask, p.pauseAttrib) != 0) {
+    if (trcChg(p.mask, p.pid, p.tid, p.cpid, p.thisPointer, p.returnCode, p.maxSevereErrors, p.maxRecordSize, p.flags,
+               p.crashMask, p.pauseMask, p.pauseAttrib) != 0) {
         reportChgFailure();
     }
     return 0;

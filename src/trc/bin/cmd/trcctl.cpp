@@ -11,9 +11,7 @@
 #include "trcerror.h"
 #include "trcmsg.h"
 
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 int mainOff(int count)
 {

@@ -20,8 +20,8 @@ namespace {
 using trcCommandRun_t = int (*)(int count, char** args, trcCommandInfo_t* info);
 
 struct trcCommand_t {
-    const char* word;     // whole word, lower case
-    int command;          // code of the word; also its usage message
+    const char* word;  // whole word, lower case
+    int command;       // code of the word; also its usage message
     trcCommandRun_t run;
 };
 
@@ -34,63 +34,27 @@ constexpr int onCommand = 8;
 //     { return mainF(count, args, info->command, info); }
 // A word without a row is answered as an unknown word. The last row, with no
 // word, ends the table.
-int runChg(int count, char** args, trcCommandInfo_t* /*info*/)
-{
-    return mainChg(count, args);
-}
+int runChg(int count, char** args, trcCommandInfo_t* /*info*/) { return mainChg(count, args); }
 
-int runClr(int count, char** args, trcCommandInfo_t* /*info*/)
-{
-    return mainClr(count, args);
-}
+int runClr(int count, char** args, trcCommandInfo_t* /*info*/) { return mainClr(count, args); }
 
-int runDmp(int count, char** args, trcCommandInfo_t* /*info*/)
-{
-    return mainDmp(count, args);
-}
+int runDmp(int count, char** args, trcCommandInfo_t* /*info*/) { return mainDmp(count, args); }
 
-int runF(int count, char** args, trcCommandInfo_t* info)
-{
-    return mainF(count, args, info->command, info);
-}
+int runF(int count, char** args, trcCommandInfo_t* info) { return mainF(count, args, info->command, info); }
 
-int runInf(int count, char** args, trcCommandInfo_t* /*info*/)
-{
-    return mainInf(count, args);
-}
+int runInf(int count, char** args, trcCommandInfo_t* /*info*/) { return mainInf(count, args); }
 
-int runOff(int count, char** /*args*/, trcCommandInfo_t* /*info*/)
-{
-    return mainOff(count);
-}
+int runOff(int count, char** /*args*/, trcCommandInfo_t* /*info*/) { return mainOff(count); }
 
-int runOn(int count, char** args, trcCommandInfo_t* /*info*/)
-{
-    return mainOn(count, args);
-}
+int runOn(int count, char** args, trcCommandInfo_t* /*info*/) { return mainOn(count, args); }
 
-int runWeb(int count, char** args, trcCommandInfo_t* info)
-{
-    return mainWeb(count, args, info);
-}
+int runWeb(int count, char** args, trcCommandInfo_t* info) { return mainWeb(count, args, info); }
 
 const trcCommand_t commandTable[] = {
-    {"chg", 1, runChg},
-    {"change", 1, runChg},
-    {"clr", 2, runClr},
-    {"clear", 2, runClr},
-    {"dmp", 3, runDmp},
-    {"dump", 3, runDmp},
-    {"flw", 4, runF},
-    {"flow", 4, runF},
-    {"fmt", 5, runF},
-    {"format", 5, runF},
-    {"inf", 6, runInf},
-    {"info", 6, runInf},
-    {"information", 6, runInf},
-    {"off", 7, runOff},
-    {"on", 8, runOn},
-    {"web_buffer_info", 11, runWeb},
+    {"chg", 1, runChg},         {"change", 1, runChg}, {"clr", 2, runClr}, {"clear", 2, runClr},
+    {"dmp", 3, runDmp},         {"dump", 3, runDmp},   {"flw", 4, runF},   {"flow", 4, runF},
+    {"fmt", 5, runF},           {"format", 5, runF},   {"inf", 6, runInf}, {"info", 6, runInf},
+    {"information", 6, runInf}, {"off", 7, runOff},    {"on", 8, runOn},   {"web_buffer_info", 11, runWeb},
     {nullptr, 0, nullptr},
 };
 

@@ -190,9 +190,8 @@ int startTrace(const trcOnArgs_t& on)
 {
     const trcTraceParams_t& p = on.params;
     const int32_t result =
-        trcOn(0, p.mask, p.pid, p.tid, p.cpid, p.thisPointer, p.returnCode, p.maxSevereErrors,
-              p.maxRecordSize, p.flags, p.crashMask, p.pauseMask, p.pauseAttrib, on.fileName,
-              static_cast<int64_t>(on.bufferSize));
+        trcOn(0, p.mask, p.pid, p.tid, p.cpid, p.thisPointer, p.returnCode, p.maxSevereErrors, p.maxRecordSize, p.flags,
+              p.crashMask, p.pauseMask, p.pauseAttrib, on.fileName, static_cast<int64_t>(on.bufferSize));
     if (result != 0) {
         return reportOnFailure();
     }

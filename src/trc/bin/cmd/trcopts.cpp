@@ -32,10 +32,7 @@ bool setPid(char* value, trcTraceParams_t* params)
     return trcWholeNumber(value, &params->pid);
 }
 
-bool setCpid(char* value, trcTraceParams_t* params)
-{
-    return trcWholeNumber(value, &params->cpid);
-}
+bool setCpid(char* value, trcTraceParams_t* params) { return trcWholeNumber(value, &params->cpid); }
 
 bool setReturnCode(char* value, trcTraceParams_t* params)
 {
@@ -115,8 +112,7 @@ const trcSharedOption_t* findSharedOption(const char* word)
 
 }  // namespace
 
-bool trcParseSharedOption(int count, char** args, int* at, int usageMessage,
-                          trcTraceParams_t* params)
+bool trcParseSharedOption(int count, char** args, int* at, int usageMessage, trcTraceParams_t* params)
 {
     const trcSharedOption_t* option = findSharedOption(args[*at]);
     if (option == nullptr) {

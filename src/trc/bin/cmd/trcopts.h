@@ -31,7 +31,6 @@ struct trcTraceParams_t {
 // *at past its value. Returns false, leaving everything as it was, for any
 // other word. A refused or missing value ends the process through
 // usage(usageMessage, n). count is the number of words in args.
-bool trcParseSharedOption(int count, char** args, int* at, int usageMessage,
-                          trcTraceParams_t* params);
+bool trcParseSharedOption(int count, char** args, int* at, int usageMessage, trcTraceParams_t* params);
 
 #endif

@@ -40,7 +40,7 @@ char* putChars(char* out, const unsigned char* line, int n)
     return out;
 }
 
-} // namespace
+}  // namespace
 
 int trcBinToStr(int count, const unsigned char* bytes, char* dest)
 {

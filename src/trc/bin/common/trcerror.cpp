@@ -24,10 +24,7 @@ void trcErrorName(const char* path)
 
 // The value of 416 is the negated error number. Negation through unsigned
 // arithmetic wraps instead of overflowing for the most negative value.
-static int negated(int value)
-{
-    return static_cast<int>(0u - static_cast<unsigned>(value));
-}
+static int negated(int value) { return static_cast<int>(0u - static_cast<unsigned>(value)); }
 
 static void printErrnoLine(int savedErrno)
 {
@@ -39,8 +36,7 @@ static void printErrnoLine(int savedErrno)
     std::printf("\n");
 }
 
-static void handleError(int withErrno, trcExitFunction_t exitFunction,
-                        const char* format, va_list args)
+static void handleError(int withErrno, trcExitFunction_t exitFunction, const char* format, va_list args)
 {
     // Taken first: the output below may change errno.
     const int savedErrno = errno;

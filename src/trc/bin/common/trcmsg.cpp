@@ -10,6 +10,8 @@
 // The rows in their stored order, which the lookup walks from the first row.
 // 424, 423 and 346 stand beside the messages they go with rather than at the
 // end of their ranges.
+// The table keeps each message's lines as they are printed.
+// clang-format off
 const trcMsgRow_t defaultMsgs[] = {
     {0,
      "Usage: kelvo (chg|clr|dmp|flw|fmt|inf|off|on) options\n"
@@ -221,6 +223,7 @@ const trcMsgRow_t defaultMsgs[] = {
      "You are not authorized to run trace.  You must belong to the WARDEN,\n"
      "STEWARD, or KEEPER groups.\n"},
 };
+// clang-format on
 
 static_assert(std::size(defaultMsgs) == 104, "the message table has 104 rows");
 
@@ -237,10 +240,7 @@ const char* trcMsgGetDefault(int number)
     return "";
 }
 
-const char* trcMsgGet(int number)
-{
-    return trcMsgGetDefault(number);
-}
+const char* trcMsgGet(int number) { return trcMsgGetDefault(number); }
 
 void trcMsgError(const char* format, ...)
 {

@@ -49,8 +49,7 @@ FILE* trcMsgOpenFile(const char* envName, const char* fileName, const char* mode
     // Each piece ends at a zero byte; an empty piece between two colons is
     // tried as "/<fileName>", and a colon at the very end starts no piece.
     FILE* stream = nullptr;
-    for (std::size_t start = 0; start < listLength && stream == nullptr;
-         start += std::strlen(dirs + start) + 1) {
+    for (std::size_t start = 0; start < listLength && stream == nullptr; start += std::strlen(dirs + start) + 1) {
         stream = openInDirectory(dirs + start, fileName, mode);
     }
     std::free(dirs);

@@ -7,10 +7,7 @@ namespace {
 constexpr int mapValues = 256;
 constexpr int dimensions = trcMaskBytes / trcMaskMapBytes;
 
-bool isSet(const unsigned char* map, int v)
-{
-    return (map[v >> 3] >> (v & 7)) & 1u;
-}
+bool isSet(const unsigned char* map, int v) { return (map[v >> 3] >> (v & 7)) & 1u; }
 
 // Writes a value of 0 to 255 in decimal; returns the end of the text.
 char* putNumber(char* out, int value)
@@ -56,7 +53,7 @@ char* putMap(char* out, const unsigned char* map)
     return out;
 }
 
-} // namespace
+}  // namespace
 
 int trcMaskToStr(unsigned char* mask, char* buffer)
 {

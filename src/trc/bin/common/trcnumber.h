@@ -10,9 +10,6 @@
 // whole text was used; the empty text is 0.
 bool trcWholeNumber(const char* text, int32_t* value);
 
-inline bool trcIsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
+inline bool trcIsDigit(char c) { return c >= '0' && c <= '9'; }
 
 #endif

@@ -5,10 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-bool trcFMayExist(const char* name)
-{
-    return access(name, F_OK) == 0 || errno != ENOENT;
-}
+bool trcFMayExist(const char* name) { return access(name, F_OK) == 0 || errno != ENOENT; }
 
 int trcCreateOutFd(const char* name, mode_t mode)
 {

@@ -26,6 +26,7 @@ constexpr int maxStars = 2;
 // Bytes an argument takes in a 32-bit argument area, by conversion index
 // times two, plus one with a length modifier. Only its zeros matter here:
 // a conversion of size 0 ("%%" written with a position) takes no argument.
+// clang-format off
 constexpr std::uint32_t areaWidth[32] = {
     4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4,
     8, 12, 8, 12, 8, 12, 8, 12, 8, 12, 0, 0,
@@ -35,6 +36,7 @@ enum class Kind : unsigned char {
     None, Int, UInt, Long, ULong, WInt, Str, WStr, Ptr,
     IntPtr, LongPtr, ShortPtr, CharPtr, Double, LongDouble,
 };
+// clang-format on
 
 struct Slot {
     std::uint16_t size;
@@ -76,10 +78,7 @@ union Value {
     long double ld;
 };
 
-bool isConversion(char c)
-{
-    return c != '\0' && std::strchr(conversions, c) != nullptr;
-}
+bool isConversion(char c) { return c != '\0' && std::strchr(conversions, c) != nullptr; }
 
 bool put(Pass& ps, char c)
 {
@@ -118,9 +117,13 @@ Kind integerKind(char modifier, Kind plain, Kind withL)
 Kind kindOf(char conv, char modifier, int halves)
 {
     switch (conv) {
-    case 'd': case 'i':
+    case 'd':
+    case 'i':
         return integerKind(modifier, Kind::Int, Kind::Long);
-    case 'o': case 'u': case 'x': case 'X':
+    case 'o':
+    case 'u':
+    case 'x':
+    case 'X':
         return integerKind(modifier, Kind::UInt, Kind::ULong);
     case 'n':
         if (modifier == 'L' || (modifier == 'l' && halves > 0)) {
@@ -298,21 +301,50 @@ bool runPass(const char* format, Pass& ps)
 void fetch(Kind kind, va_list& ap, Value& v)
 {
     switch (kind) {
-    case Kind::Int: v.i = va_arg(ap, int); break;
-    case Kind::UInt: v.u = va_arg(ap, unsigned); break;
-    case Kind::Long: v.l = va_arg(ap, long); break;
-    case Kind::ULong: v.ul = va_arg(ap, unsigned long); break;
-    case Kind::WInt: v.wc = va_arg(ap, wint_t); break;
-    case Kind::Str: v.s = va_arg(ap, const char*); break;
-    case Kind::WStr: v.ws = va_arg(ap, const wchar_t*); break;
-    case Kind::Ptr: v.p = va_arg(ap, void*); break;
-    case Kind::IntPtr: v.ip = va_arg(ap, int*); break;
-    case Kind::LongPtr: v.lp = va_arg(ap, long*); break;
-    case Kind::ShortPtr: v.sp = va_arg(ap, short*); break;
-    case Kind::CharPtr: v.cp = va_arg(ap, signed char*); break;
-    case Kind::Double: v.d = va_arg(ap, double); break;
-    case Kind::LongDouble: v.ld = va_arg(ap, long double); break;
-    case Kind::None: break;
+    case Kind::Int:
+        v.i = va_arg(ap, int);
+        break;
+    case Kind::UInt:
+        v.u = va_arg(ap, unsigned);
+        break;
+    case Kind::Long:
+        v.l = va_arg(ap, long);
+        break;
+    case Kind::ULong:
+        v.ul = va_arg(ap, unsigned long);
+        break;
+    case Kind::WInt:
+        v.wc = va_arg(ap, wint_t);
+        break;
+    case Kind::Str:
+        v.s = va_arg(ap, const char*);
+        break;
+    case Kind::WStr:
+        v.ws = va_arg(ap, const wchar_t*);
+        break;
+    case Kind::Ptr:
+        v.p = va_arg(ap, void*);
+        break;
+    case Kind::IntPtr:
+        v.ip = va_arg(ap, int*);
+        break;
+    case Kind::LongPtr:
+        v.lp = va_arg(ap, long*);
+        break;
+    case Kind::ShortPtr:
+        v.sp = va_arg(ap, short*);
+        break;
+    case Kind::CharPtr:
+        v.cp = va_arg(ap, signed char*);
+        break;
+    case Kind::Double:
+        v.d = va_arg(ap, double);
+        break;
+    case Kind::LongDouble:
+        v.ld = va_arg(ap, long double);
+        break;
+    case Kind::None:
+        break;
     }
 }
 
@@ -323,15 +355,9 @@ struct Sink {
     std::size_t length;
 };
 
-char* sinkAt(const Sink& sink)
-{
-    return sink.length < sink.size ? sink.dest + sink.length : nullptr;
-}
+char* sinkAt(const Sink& sink) { return sink.length < sink.size ? sink.dest + sink.length : nullptr; }
 
-std::size_t sinkRoom(const Sink& sink)
-{
-    return sink.length < sink.size ? sink.size - sink.length : 0;
-}
+std::size_t sinkRoom(const Sink& sink) { return sink.length < sink.size ? sink.size - sink.length : 0; }
 
 bool advance(Sink& sink, int produced)
 {
@@ -358,21 +384,31 @@ int formatValue(const Sink& sink, const char* text, const int* stars, int count,
     }
 }
 
-int formatKind(const Sink& sink, const char* text, const int* stars, int count, Kind kind,
-               const Value& v)
+int formatKind(const Sink& sink, const char* text, const int* stars, int count, Kind kind, const Value& v)
 {
     switch (kind) {
-    case Kind::Int: return formatValue(sink, text, stars, count, v.i);
-    case Kind::UInt: return formatValue(sink, text, stars, count, v.u);
-    case Kind::Long: return formatValue(sink, text, stars, count, v.l);
-    case Kind::ULong: return formatValue(sink, text, stars, count, v.ul);
-    case Kind::WInt: return formatValue(sink, text, stars, count, v.wc);
-    case Kind::Str: return formatValue(sink, text, stars, count, v.s);
-    case Kind::WStr: return formatValue(sink, text, stars, count, v.ws);
-    case Kind::Ptr: return formatValue(sink, text, stars, count, v.p);
-    case Kind::Double: return formatValue(sink, text, stars, count, v.d);
-    case Kind::LongDouble: return formatValue(sink, text, stars, count, v.ld);
-    default: return -1;
+    case Kind::Int:
+        return formatValue(sink, text, stars, count, v.i);
+    case Kind::UInt:
+        return formatValue(sink, text, stars, count, v.u);
+    case Kind::Long:
+        return formatValue(sink, text, stars, count, v.l);
+    case Kind::ULong:
+        return formatValue(sink, text, stars, count, v.ul);
+    case Kind::WInt:
+        return formatValue(sink, text, stars, count, v.wc);
+    case Kind::Str:
+        return formatValue(sink, text, stars, count, v.s);
+    case Kind::WStr:
+        return formatValue(sink, text, stars, count, v.ws);
+    case Kind::Ptr:
+        return formatValue(sink, text, stars, count, v.p);
+    case Kind::Double:
+        return formatValue(sink, text, stars, count, v.d);
+    case Kind::LongDouble:
+        return formatValue(sink, text, stars, count, v.ld);
+    default:
+        return -1;
     }
 }
 
@@ -380,11 +416,20 @@ int formatKind(const Sink& sink, const char* text, const int* stars, int count, 
 void storeCount(Kind kind, const Value& v, std::size_t length)
 {
     switch (kind) {
-    case Kind::IntPtr: *v.ip = static_cast<int>(length); break;
-    case Kind::LongPtr: *v.lp = static_cast<long>(length); break;
-    case Kind::ShortPtr: *v.sp = static_cast<short>(length); break;
-    case Kind::CharPtr: *v.cp = static_cast<signed char>(length); break;
-    default: break;
+    case Kind::IntPtr:
+        *v.ip = static_cast<int>(length);
+        break;
+    case Kind::LongPtr:
+        *v.lp = static_cast<long>(length);
+        break;
+    case Kind::ShortPtr:
+        *v.sp = static_cast<short>(length);
+        break;
+    case Kind::CharPtr:
+        *v.cp = static_cast<signed char>(length);
+        break;
+    default:
+        break;
     }
 }
 
@@ -509,7 +554,7 @@ int printStream(FILE* stream, const char* format, va_list args)
     return result;
 }
 
-} // namespace
+}  // namespace
 
 char* trcPrintCore(char* dest, const char* format, va_list args)
 {
@@ -539,10 +584,7 @@ int trcPrintStr(char* dest, const char* format, ...)
     return result;
 }
 
-int trcPrintOutVar(const char* format, va_list args)
-{
-    return printStream(stdout, format, args);
-}
+int trcPrintOutVar(const char* format, va_list args) { return printStream(stdout, format, args); }
 
 int trcPrintOut(const char* format, ...)
 {
@@ -553,10 +595,7 @@ int trcPrintOut(const char* format, ...)
     return result;
 }
 
-int trcPrintFileVar(FILE* stream, const char* format, va_list args)
-{
-    return printStream(stream, format, args);
-}
+int trcPrintFileVar(FILE* stream, const char* format, va_list args) { return printStream(stream, format, args); }
 
 int trcPrintFile(FILE* stream, const char* format, ...)
 {

@@ -62,7 +62,7 @@ bool readItem(const char*& p, unsigned char* map)
     return true;
 }
 
-} // namespace
+}  // namespace
 
 int trcStrToMask(const char* text, unsigned char* mask)
 {

@@ -46,10 +46,7 @@ struct trcCallClassTable_t {
 inline constexpr trcCallClassTable_t trcCallClass;
 
 // Product, component, class and function: all events of a function share it.
-inline uint32_t trcCallKey(const trcRecord_t* r)
-{
-    return (r->ident1 & 0xFF000000u) | (r->ident2 >> 8);
-}
+inline uint32_t trcCallKey(const trcRecord_t* r) { return (r->ident1 & 0xFF000000u) | (r->ident2 >> 8); }
 
 // Keys the stack holds at most; deeper entries count on without a key.
 constexpr int trcCallStackMax = 1024;

@@ -25,16 +25,14 @@ namespace {
 // The dump holds what the trace holds, which only its owner and group may
 // read. The descriptor is the handle that trcDump and trcFileDetach take, as
 // the one trcFileAttach gives is.
-int32_t createDump(const char* name)
-{
-    return trcCreateOutFd(name, 0660);
-}
+int32_t createDump(const char* name) { return trcCreateOutFd(name, 0660); }
 
 // Whether name still stands for the file open on handle: a failed dump
 // removes the file it created, and no other that has taken its name since.
 bool namesOwnDump(const char* name, int32_t handle)
 {
-    struct stat own {}, named {};
+    struct stat own {
+    }, named{};
     return fstat(handle, &own) == 0 && lstat(name, &named) == 0 && own.st_dev == named.st_dev &&
            own.st_ino == named.st_ino;
 }

@@ -36,8 +36,8 @@ struct fOptions_t {
 struct trcFParse_t {
     int usageMessage;
     void (*usage)(int usageMessage, int errorMessage);  // never returns
-    bool orderOptions;  // -r and -j are options too
-    int files;          // file words it takes: 1 source, 2 also destination
+    bool orderOptions;                                  // -r and -j are options too
+    int files;                                          // file words it takes: 1 source, 2 also destination
     // Offered each other word that begins with "-" before it counts as
     // wrong: returns how many words from args[at] on it used, 0 if none.
     int (*extra)(int count, char** args, int at, void* context);
@@ -68,13 +68,13 @@ void trcFReport(trcHeader_t* header, long areaSize, const fOptions_t* options, b
 
 // The format report of the entries firstIndex to end - 1 (step 1 upwards,
 // -1 downwards), of process pid (-1 all) as the mask selects them.
-void doFmt(flowIndex_t* index, int pid, unsigned char (*mask)[32], int step, long firstIndex,
-           long end, FILE* out, const char* outName, int join);
+void doFmt(flowIndex_t* index, int pid, unsigned char (*mask)[32], int step, long firstIndex, long end, FILE* out,
+           const char* outName, int join);
 
 // The flow report of one thread: computes the depths of all count entries
 // for that thread, then writes the lines of its entries in the range.
-void doFlw(long count, flowIndex_t* index, int pid, int tid, unsigned char (*mask)[32], int step,
-           long firstIndex, long end, FILE* out, const char* outName);
+void doFlw(long count, flowIndex_t* index, int pid, int tid, unsigned char (*mask)[32], int step, long firstIndex,
+           long end, FILE* out, const char* outName);
 
 // ---- The flow report in parts, for a driver that reports many threads ----
 
@@ -91,13 +91,11 @@ struct flwThread_t {
 // in slots (index into threads, or flwNoThread). Sets each thread's node
 // from the whole index.
 constexpr uint8_t flwNoThread = 0xFF;
-void flwDepthsAll(long count, flowIndex_t* index, flwThread_t* threads, int threadCount,
-                  uint8_t* slots);
+void flwDepthsAll(long count, flowIndex_t* index, flwThread_t* threads, int threadCount, uint8_t* slots);
 
 // Writes the lines of the entries of the range whose slot is slot, with the
 // depths in the index, and prints the closing line of the thread.
-void flwWriteThread(const flowIndex_t* index, const uint8_t* slots, uint8_t slot,
-                    const flwThread_t* thread, unsigned char (*mask)[32], int step,
-                    long firstIndex, long end, FILE* out, const char* outName);
+void flwWriteThread(const flowIndex_t* index, const uint8_t* slots, uint8_t slot, const flwThread_t* thread,
+                    unsigned char (*mask)[32], int step, long firstIndex, long end, FILE* out, const char* outName);
 
 #endif

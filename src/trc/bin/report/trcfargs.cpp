@@ -34,7 +34,8 @@ void parseRange(const char* text, fOptions_t* o, const trcFParse_t* how)
                 o->firstRecord = state == start ? *c - '0' : addDigit(o->firstRecord, *c);
                 state = inFirst;
             } else {
-                how->usage(how->usageMessage, std::strchr(c, '-') != nullptr ? msgIncorrectFirstRecord : msgIncorrectOnlyRecord);
+                how->usage(how->usageMessage,
+                           std::strchr(c, '-') != nullptr ? msgIncorrectFirstRecord : msgIncorrectOnlyRecord);
             }
             break;
         case afterDash:
@@ -106,4 +107,3 @@ void trcFParseArgs(int count, char** args, const trcFParse_t* how, fOptions_t* o
         }
     }
 }
-

@@ -70,8 +70,7 @@ namespace {
 
 // Threads in the order of their first record in the range; the range and
 // the process option choose them, the mask does not.
-int buildThreadTable(const flowIndex_t* index, long firstIndex, long end, long pid,
-                     flwThread_t* threads)
+int buildThreadTable(const flowIndex_t* index, long firstIndex, long end, long pid, flwThread_t* threads)
 {
     int used = 0;
     int last = 0;  // records of one thread tend to follow each other
@@ -101,8 +100,8 @@ int buildThreadTable(const flowIndex_t* index, long firstIndex, long end, long p
     return used;
 }
 
-void runFlow(long count, flowIndex_t* index, const fOptions_t& o, unsigned char (*mask)[32],
-             long firstIndex, long end, FILE* out, const char* outName)
+void runFlow(long count, flowIndex_t* index, const fOptions_t& o, unsigned char (*mask)[32], long firstIndex, long end,
+             FILE* out, const char* outName)
 {
     flwThread_t headings[maxThreads];
     const int threadCount = buildThreadTable(index, firstIndex, end, o.pid, headings);
@@ -123,8 +122,7 @@ void runFlow(long count, flowIndex_t* index, const fOptions_t& o, unsigned char 
                          headings[t].node) < 0) {
             trcError(trcFExit, trcMsgGet(msgCannotWrite), outName);
         }
-        flwWriteThread(index, slots, static_cast<uint8_t>(t), &closing[t], mask, o.step, firstIndex, end,
-                       out, outName);
+        flwWriteThread(index, slots, static_cast<uint8_t>(t), &closing[t], mask, o.step, firstIndex, end, out, outName);
     }
     std::free(slots);
 }

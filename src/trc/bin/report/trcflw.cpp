@@ -30,15 +30,9 @@ struct threadMap_t {
     uint8_t slots[hashSize];  // flwNoThread: free
 };
 
-uint64_t threadKey(uint32_t pid, uint32_t tid)
-{
-    return (static_cast<uint64_t>(pid) << 32) | tid;
-}
+uint64_t threadKey(uint32_t pid, uint32_t tid) { return (static_cast<uint64_t>(pid) << 32) | tid; }
 
-unsigned hashOf(uint64_t key)
-{
-    return static_cast<unsigned>((key * 0x9E3779B97F4A7C15ull) >> 55) & (hashSize - 1);
-}
+unsigned hashOf(uint64_t key) { return static_cast<unsigned>((key * 0x9E3779B97F4A7C15ull) >> 55) & (hashSize - 1); }
 
 void mapPut(threadMap_t* m, uint64_t key, uint8_t slot)
 {
@@ -150,8 +144,7 @@ void flwDepthsAll(long count, flowIndex_t* index, flwThread_t* threads, int thre
 }
 
 void flwWriteThread(const flowIndex_t* index, const uint8_t* slots, uint8_t slot, const flwThread_t* thread,
-                    unsigned char (*mask)[32], int step, long firstIndex, long end, FILE* out,
-                    const char* outName)
+                    unsigned char (*mask)[32], int step, long firstIndex, long end, FILE* out, const char* outName)
 {
     trcFOut_t o;
     trcFOutOpen(&o, lineRoom, out, outName);
@@ -191,8 +184,8 @@ void flwWriteThread(const flowIndex_t* index, const uint8_t* slots, uint8_t slot
     std::fputs("\n", stdout);
 }
 
-void doFlw(long count, flowIndex_t* index, int pid, int tid, unsigned char (*mask)[32], int step,
-           long firstIndex, long end, FILE* out, const char* outName)
+void doFlw(long count, flowIndex_t* index, int pid, int tid, unsigned char (*mask)[32], int step, long firstIndex,
+           long end, FILE* out, const char* outName)
 {
     if (count <= 0) {
         count = 0;

@@ -20,8 +20,8 @@ bool selected(const trcRecord_t* r, const unsigned char* mask, int pid)
 
 }  // namespace
 
-void doFmt(flowIndex_t* index, int pid, unsigned char (*mask)[32], int step, long firstIndex,
-           long end, FILE* out, const char* outName, int join)
+void doFmt(flowIndex_t* index, int pid, unsigned char (*mask)[32], int step, long firstIndex, long end, FILE* out,
+           const char* outName, int join)
 {
     trcFOut_t o;
     trcFOutOpen(&o, recordRoom, out, outName);

@@ -12,7 +12,7 @@ struct trcFOut_t {
     char* buffer;
     std::size_t used;
     std::size_t capacity;
-    std::size_t room;     // bytes every record may take
+    std::size_t room;  // bytes every record may take
     FILE* out;
     const char* outName;  // for message 403
 };
@@ -21,10 +21,7 @@ struct trcFOut_t {
 // and the end of the process (through trcFExit) if there is no memory.
 void trcFOutOpen(trcFOut_t* o, std::size_t room, FILE* out, const char* outName);
 // Where the next record goes: room bytes are free there.
-inline char* trcFOutNext(trcFOut_t* o)
-{
-    return o->buffer + o->used;
-}
+inline char* trcFOutNext(trcFOut_t* o) { return o->buffer + o->used; }
 // Takes the length bytes written at trcFOutNext; writes the buffer out when
 // the room for another record is no longer free.
 void trcFOutCommit(trcFOut_t* o, std::size_t length);

@@ -20,10 +20,7 @@ namespace {
 
 // Labels of the report; each carries the padding of its column.
 
-void label(FILE* out, int number)
-{
-    std::fputs(trcMsgGet(number), out);
-}
+void label(FILE* out, int number) { std::fputs(trcMsgGet(number), out); }
 
 void showText8(FILE* out, int number, const char* text)
 {
@@ -145,10 +142,7 @@ void _displayInfo1(trcHeader_t* header, FILE* out)
     showBuffer(header, out);
 }
 
-void displayInfo(trcHeader_t* header, FILE* out)
-{
-    _displayInfo1(header, out);
-}
+void displayInfo(trcHeader_t* header, FILE* out) { _displayInfo1(header, out); }
 
 int mainInf(int count, char** args)
 {

@@ -42,10 +42,7 @@ struct trcLoad_t {
     std::exit(1);
 }
 
-[[noreturn]] void failOnFile(const trcLoad_t& load, int message)
-{
-    fail(load, message, load.file);
-}
+[[noreturn]] void failOnFile(const trcLoad_t& load, int message) { fail(load, message, load.file); }
 
 [[noreturn]] void failAttach()
 {
@@ -160,8 +157,7 @@ int readFile(trcHeader_t** header, const char* file, int forFormatting, long* ar
             trcSemV();
             return 0;
         }
-    } else if (live != nullptr && forFormatting && (live->flags & TRC_DEST_FILE) &&
-               live->traceOff == 0) {
+    } else if (live != nullptr && forFormatting && (live->flags & TRC_DEST_FILE) && live->traceOff == 0) {
         // A running trace writes this file, or may: read it with the
         // writers kept out.
         trcSemP();

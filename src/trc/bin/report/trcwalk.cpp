@@ -17,10 +17,7 @@ int32_t loadWord(const uint8_t* area, int64_t offset)
     return word;
 }
 
-void storeWord(uint8_t* area, int64_t offset, int32_t word)
-{
-    std::memcpy(area + offset, &word, sizeof word);
-}
+void storeWord(uint8_t* area, int64_t offset, int32_t word) { std::memcpy(area + offset, &word, sizeof word); }
 
 // Offsets are 32-bit; an area beyond that range is walked only up to it.
 int64_t clampAreaSize(size_t areaSize)
@@ -70,14 +67,14 @@ int32_t findWrappedStart(const uint8_t* area, int32_t limit, int32_t endOffset)
     return start >= limit ? 0 : static_cast<int32_t>(start);
 }
 
-} // namespace
+}  // namespace
 
 void trcWalkBounds(const trcHeader_t* header, uint8_t* area, size_t areaSize, trcWalk_t* walk)
 {
     const int64_t loaded = clampAreaSize(areaSize);
     walk->bufferSize = header->bufferSize;
-    walk->limit = static_cast<int32_t>(
-        header->bufferSize <= 0 ? 0 : (header->bufferSize < loaded ? header->bufferSize : loaded));
+    walk->limit =
+        static_cast<int32_t>(header->bufferSize <= 0 ? 0 : (header->bufferSize < loaded ? header->bufferSize : loaded));
     walk->segmentMask = static_cast<uint32_t>(trcSegmentSize(header->bufferSize)) - 1u;
     walk->recordCount = 0;
 
@@ -111,8 +108,7 @@ void trcWalkCount(trcWalk_t* walk, const uint8_t* area)
     }
 }
 
-int32_t trcWalkFill(const trcWalk_t* walk, const uint8_t* area, const trcRecord_t** records,
-                    int32_t capacity)
+int32_t trcWalkFill(const trcWalk_t* walk, const uint8_t* area, const trcRecord_t** records, int32_t capacity)
 {
     int32_t filled = 0;
     if (capacity <= 0) {

@@ -58,11 +58,11 @@
 
 // What the walk has found about one record area, filled step by step.
 struct trcWalk_t {
-    int32_t endOffset;     // offset of the end mark, or where the data stops
-    int32_t startOffset;   // offset of the oldest record kept
-    bool hasLostRecords;   // wrapped, or truncated with the trace full
-    int32_t usedBytes;     // bytes from start to end, fillers included
-    int32_t recordCount;   // trace records from start to end; set by trcWalkCount
+    int32_t endOffset;    // offset of the end mark, or where the data stops
+    int32_t startOffset;  // offset of the oldest record kept
+    bool hasLostRecords;  // wrapped, or truncated with the trace full
+    int32_t usedBytes;    // bytes from start to end, fillers included
+    int32_t recordCount;  // trace records from start to end; set by trcWalkCount
     // Fixed by trcWalkBounds for the steps after it.
     int32_t bufferSize;    // the header's bufferSize as it stands
     int32_t limit;         // bytes of the area the later steps may look at
@@ -83,8 +83,7 @@ void trcWalkCount(trcWalk_t* walk, const uint8_t* area);
 // Stores the trace records in time order into records, at most capacity of
 // them, and returns how many it stored. A broken walk ends the filling
 // without a word; over the same bytes it yields exactly recordCount records.
-int32_t trcWalkFill(const trcWalk_t* walk, const uint8_t* area, const trcRecord_t** records,
-                    int32_t capacity);
+int32_t trcWalkFill(const trcWalk_t* walk, const uint8_t* area, const trcRecord_t** records, int32_t capacity);
 
 // ---- The record walk, step by step ---------------------------------------
 
@@ -101,17 +100,13 @@ enum trcWalkStep_t {
     TRC_WALK_BROKEN,  // the pass cannot go on; nothing at *at
 };
 
-inline trcWalkPos_t trcWalkFirst(const trcWalk_t* walk)
-{
-    return trcWalkPos_t{walk->startOffset, walk->limit};
-}
+inline trcWalkPos_t trcWalkFirst(const trcWalk_t* walk) { return trcWalkPos_t{walk->startOffset, walk->limit}; }
 
 // Looks at the record at pos->cur: returns whether it is a trace record or a
 // filler and stores its offset in *at, then moves pos behind it (to offset 0
 // behind a filler that closes the area, unless endOffset lies there). Once it
 // has returned TRC_WALK_DONE or TRC_WALK_BROKEN it keeps returning that.
-inline trcWalkStep_t trcWalkNext(const trcWalk_t* walk, const uint8_t* area, trcWalkPos_t* pos,
-                                 int32_t* at)
+inline trcWalkStep_t trcWalkNext(const trcWalk_t* walk, const uint8_t* area, trcWalkPos_t* pos, int32_t* at)
 {
     const int32_t cur = pos->cur;
     if (cur == walk->endOffset) {

@@ -13,10 +13,7 @@ namespace {
 
 constexpr int webCommand = 11;
 
-const char* yesNo(bool yes)
-{
-    return yes ? "Y|" : "N|";
-}
+const char* yesNo(bool yes) { return yes ? "Y|" : "N|"; }
 
 }  // namespace
 

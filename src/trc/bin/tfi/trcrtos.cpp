@@ -34,7 +34,8 @@ inline char* put(char* p, char* end, const char* text)
 }
 
 // With room enough the copy has a constant size and needs no call.
-template <std::size_t N> inline char* putLiteral(char* p, char* end, const char (&text)[N])
+template <std::size_t N>
+inline char* putLiteral(char* p, char* end, const char (&text)[N])
 {
     if (static_cast<std::size_t>(end - p) >= N - 1) {
         std::memcpy(p, text, N - 1);
@@ -242,7 +243,7 @@ char* putFncName(char* p, char* end, const names& n)
     return put(p, end, n.function);
 }
 
-} // namespace
+}  // namespace
 
 int trcRecFncName(const trcRecord_t* record, char* dest, int size)
 {

@@ -7,11 +7,11 @@
 
 // The name dictionary: every lookup of any four 8-bit numbers reaches a
 // text, "? " for whatever no .tfi file names. Read-only once set up.
-extern const char* trcNameProd[256];      // [product]
-extern const char** trcNameComp[256];     // [product][component]
-extern const char*** trcNameClass[256];   // [product][component][class]
-extern const char**** trcNameFnc[256];    // [product][component][class][function]
-extern const char* trcNameEvent[256];     // [event], padded to a fixed width
+extern const char* trcNameProd[256];     // [product]
+extern const char** trcNameComp[256];    // [product][component]
+extern const char*** trcNameClass[256];  // [product][component][class]
+extern const char**** trcNameFnc[256];   // [product][component][class][function]
+extern const char* trcNameEvent[256];    // [event], padded to a fixed width
 
 // Resets the dictionary, enters the event names and reads every .tfi file
 // of the TFI directory. 0 on success; otherwise the code of the failure,

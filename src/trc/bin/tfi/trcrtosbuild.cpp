@@ -18,7 +18,8 @@ namespace {
 constexpr char noLevel[] = TRC_NO_VERSION;
 
 // A new table of 256 slots, all holding fill.
-template <class T> T* newTable(T fill)
+template <class T>
+T* newTable(T fill)
 {
     void* memory = trcNameAllocate(256 * sizeof(T));
     T* table = static_cast<T*>(memory);
@@ -99,7 +100,7 @@ void apply(const trcTfiEntry& e, const char* fileName, const char* bldlvl, const
     }
 }
 
-} // namespace
+}  // namespace
 
 int trcIsProdVersionOK(const char* bldlvl, const trcHeader_t* header, int product)
 {

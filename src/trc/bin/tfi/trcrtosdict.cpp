@@ -51,7 +51,7 @@ void releaseAll()
     }
 }
 
-} // namespace
+}  // namespace
 
 void trcNameReset()
 {

@@ -5,10 +5,10 @@
 #include <kelvo/trcformat.h>
 
 // The shared tables that every unnamed part of the tree points at.
-extern const char noName0[];           // "? "
-extern const char* noName1[256];       // 256 times noName0
-extern const char** noName2[256];      // 256 times noName1
-extern const char*** noName3[256];     // 256 times noName2
+extern const char noName0[];        // "? "
+extern const char* noName1[256];    // 256 times noName0
+extern const char** noName2[256];   // 256 times noName1
+extern const char*** noName3[256];  // 256 times noName2
 
 // A build level equal to this was never filled in: "%W%".
 extern char sUnexpandedSign[4];

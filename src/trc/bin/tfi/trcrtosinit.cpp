@@ -19,18 +19,15 @@ struct eventName {
 // Padded to 16 characters below 20 and to 12 from 20 on; the padding is
 // part of the name.
 constexpr eventName eventNames[] = {
-    {1, "ALERT_ERROR     "},  {2, "SYSTEM_ERROR    "}, {3, "ASSERT          "},
-    {4, "SOFTWARE_ERROR  "},  {5, "EVENT_LOG_ERROR "}, {6, "EVENT_LOG_EVENT "},
-    {7, "NON-FATAL_ERROR "},  {10, "API_ERRCODE     "}, {11, "CEI_ERRCODE     "},
-    {12, "CII_ERRCODE     "}, {13, "DEV_ERRCODE     "}, {14, "DBG_ERRCODE     "},
-    {20, "api_new     "},     {21, "api_delete  "},     {22, "api_entry   "},
-    {23, "api_exit    "},     {24, "api_printf  "},     {30, "cei_new     "},
-    {31, "cei_delete  "},     {32, "cei_entry   "},     {33, "cei_exit    "},
-    {34, "cei_printf  "},     {40, "cii_new     "},     {41, "cii_delete  "},
-    {42, "cii_entry   "},     {43, "cii_exit    "},     {44, "cii_printf  "},
-    {50, "dev_new     "},     {51, "dev_delete  "},     {52, "dev_entry   "},
-    {53, "dev_exit    "},     {54, "dev_printf  "},     {60, "dbg_new     "},
-    {61, "dbg_delete  "},     {62, "dbg_entry   "},     {63, "dbg_exit    "},
+    {1, "ALERT_ERROR     "},  {2, "SYSTEM_ERROR    "},  {3, "ASSERT          "},  {4, "SOFTWARE_ERROR  "},
+    {5, "EVENT_LOG_ERROR "},  {6, "EVENT_LOG_EVENT "},  {7, "NON-FATAL_ERROR "},  {10, "API_ERRCODE     "},
+    {11, "CEI_ERRCODE     "}, {12, "CII_ERRCODE     "}, {13, "DEV_ERRCODE     "}, {14, "DBG_ERRCODE     "},
+    {20, "api_new     "},     {21, "api_delete  "},     {22, "api_entry   "},     {23, "api_exit    "},
+    {24, "api_printf  "},     {30, "cei_new     "},     {31, "cei_delete  "},     {32, "cei_entry   "},
+    {33, "cei_exit    "},     {34, "cei_printf  "},     {40, "cii_new     "},     {41, "cii_delete  "},
+    {42, "cii_entry   "},     {43, "cii_exit    "},     {44, "cii_printf  "},     {50, "dev_new     "},
+    {51, "dev_delete  "},     {52, "dev_entry   "},     {53, "dev_exit    "},     {54, "dev_printf  "},
+    {60, "dbg_new     "},     {61, "dbg_delete  "},     {62, "dbg_entry   "},     {63, "dbg_exit    "},
     {64, "dbg_printf  "},     {100, "prf_entry   "},    {101, "prf_exit    "},
 };
 static_assert(sizeof eventNames / sizeof eventNames[0] == 39);
@@ -50,7 +47,7 @@ int report(const trcTfiExc& e)
     return e.code;
 }
 
-} // namespace
+}  // namespace
 
 int trcRecToStrInit(const trcHeader_t* header)
 {

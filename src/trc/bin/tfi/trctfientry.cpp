@@ -85,12 +85,11 @@ void readFunction(trcTfiEntryFactory& factory, trcTfiEntry& entry, const trcTfiT
     entry.kind = trcTfiEntryFunction;
 }
 
-} // namespace
+}  // namespace
 
 trcTfiEntryFactory::trcTfiEntryFactory(const char* fileName)
     : tokens(fileName), ids{0, 0, 0, 0}, tfiversionSeen(false), bldlvlSeen(false)
-{
-}
+{}
 
 bool trcTfiEntryFactory::isEmpty()
 {
@@ -101,8 +100,7 @@ bool trcTfiEntryFactory::isEmpty()
 trcTfiEntry::trcTfiEntry(trcTfiEntryFactory& factory) : ids{0, 0, 0, 0}, kind(trcTfiEntryNone)
 {
     if (factory.isEmpty())
-        throw trcTfiExc(trcTfiExcInternal, "internal error: no more entries in file", factory.file(),
-                        factory.line());
+        throw trcTfiExc(trcTfiExcInternal, "internal error: no more entries in file", factory.file(), factory.line());
     trcTfiToken first(factory.tokens);
     switch (first.type) {
     case trcTfiTokenTfiversion:

@@ -1,10 +1,7 @@
 // trcTfiExc: carries code, message and place of a failure to the catcher.
 #include "trctfiexc.h"
 
-trcTfiExc::trcTfiExc(trcTfiExcCode code, const char* message)
-    : code(code), message(message), file(nullptr), line(0)
-{
-}
+trcTfiExc::trcTfiExc(trcTfiExcCode code, const char* message) : code(code), message(message), file(nullptr), line(0) {}
 
 trcTfiExc::trcTfiExc(trcTfiExcCode code, const char* message, const char* file, int line)
     : code(code), message(message), file(nullptr), line(line), fileText(file != nullptr ? file : "")
@@ -16,14 +13,10 @@ trcTfiExc::trcTfiExc(trcTfiExcCode code, const char* message, const char* file, 
 }
 
 trcTfiExc::trcTfiExc(const trcTfiExc& other)
-    : code(other.code), message(other.message), file(nullptr), line(other.line),
-      fileText(other.fileText)
+    : code(other.code), message(other.message), file(nullptr), line(other.line), fileText(other.fileText)
 {
     if (other.file != nullptr)
         file = fileText;
 }
 
-void trcTfiOutOfMemory()
-{
-    throw trcTfiExc(trcTfiExcMemory, "not enough memory");
-}
+void trcTfiOutOfMemory() { throw trcTfiExc(trcTfiExcMemory, "not enough memory"); }

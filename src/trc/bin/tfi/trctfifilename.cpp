@@ -18,7 +18,7 @@ bool isTfiName(const char* name)
     return length >= suffixLength && std::memcmp(name + length - suffixLength, suffix, suffixLength) == 0;
 }
 
-} // namespace
+}  // namespace
 
 trcTfiFilenameFactory::trcTfiFilenameFactory() : directory("."), handle(nullptr)
 {

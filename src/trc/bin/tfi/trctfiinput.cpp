@@ -17,7 +17,7 @@ namespace {
     throw trcTfiExc(trcTfiExcFile, message);
 }
 
-} // namespace
+}  // namespace
 
 trcTfiInputFile::trcTfiInputFile(const char* fileName) : descriptor(::open(fileName, O_RDONLY))
 {

@@ -16,7 +16,7 @@ char* newBlock(std::size_t size)
     return block;
 }
 
-} // namespace
+}  // namespace
 
 trcTfiString::trcTfiString() : data(local) { local[0] = '\0'; }
 
@@ -93,19 +93,14 @@ trcTfiString& trcTfiString::operator+=(const char* text)
     return *this;
 }
 
-trcTfiString& trcTfiString::assign(const char* text, unsigned length)
-{
-    return assign(text, length, "", 0);
-}
+trcTfiString& trcTfiString::assign(const char* text, unsigned length) { return assign(text, length, "", 0); }
 
 trcTfiString& trcTfiString::assign(const char* first, const char* second)
 {
-    return assign(first, static_cast<unsigned>(std::strlen(first)), second,
-                  static_cast<unsigned>(std::strlen(second)));
+    return assign(first, static_cast<unsigned>(std::strlen(first)), second, static_cast<unsigned>(std::strlen(second)));
 }
 
-trcTfiString& trcTfiString::assign(const char* first, unsigned firstLength, const char* second,
-                                   unsigned secondLength)
+trcTfiString& trcTfiString::assign(const char* first, unsigned firstLength, const char* second, unsigned secondLength)
 {
     std::size_t length = static_cast<std::size_t>(firstLength) + secondLength;
     char* target = data;

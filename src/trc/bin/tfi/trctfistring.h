@@ -8,8 +8,8 @@ class trcTfiString {
 public:
     static constexpr unsigned localSize = 80;
 
-    char* data;              // the text, NUL-terminated: local or an owned heap block
-    char local[localSize];   // 79 bytes of text and the NUL
+    char* data;             // the text, NUL-terminated: local or an owned heap block
+    char local[localSize];  // 79 bytes of text and the NUL
 
     trcTfiString();
     trcTfiString(const char* text);
@@ -33,8 +33,7 @@ public:
     bool isLocal() const { return data == local; }
 
 private:
-    trcTfiString& assign(const char* first, unsigned firstLength, const char* second,
-                         unsigned secondLength);
+    trcTfiString& assign(const char* first, unsigned firstLength, const char* second, unsigned secondLength);
 };
 
 #endif

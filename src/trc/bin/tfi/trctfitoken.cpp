@@ -39,9 +39,8 @@ struct keyword {
 };
 
 constexpr keyword keywords[] = {
-    {"tfiversion", trcTfiTokenTfiversion}, {"bldlvl", trcTfiTokenBldlvl},
-    {"product", trcTfiTokenProduct},       {"component", trcTfiTokenComponent},
-    {"class", trcTfiTokenClass},           {"function", trcTfiTokenFunction},
+    {"tfiversion", trcTfiTokenTfiversion}, {"bldlvl", trcTfiTokenBldlvl}, {"product", trcTfiTokenProduct},
+    {"component", trcTfiTokenComponent},   {"class", trcTfiTokenClass},   {"function", trcTfiTokenFunction},
 };
 
 trcTfiTokenType nameType(const char* text)
@@ -65,7 +64,7 @@ void checkDelimiter(const trcTfiTokenFactory& factory)
     failAt(factory, *factory.cursor == '\0' ? "unexpected end of input" : "invalid token");
 }
 
-} // namespace
+}  // namespace
 
 trcTfiTokenFactory::trcTfiTokenFactory(const char* fileName)
     : buffer(nullptr), cursor(nullptr), fileName(fileName), lineNumber(1)
@@ -101,10 +100,7 @@ void trcTfiTokenFactory::advance()
     }
 }
 
-trcTfiToken::trcTfiToken(trcTfiTokenFactory& factory) : type(trcTfiTokenName), value(0)
-{
-    init(factory);
-}
+trcTfiToken::trcTfiToken(trcTfiTokenFactory& factory) : type(trcTfiTokenName), value(0) { init(factory); }
 
 trcTfiToken::trcTfiToken(trcTfiTokenFactory& factory, trcTfiTokenType expected, const char* message)
     : type(trcTfiTokenName), value(0)

@@ -21,26 +21,21 @@ constexpr long pollNs = 1'000'000;
 
 void nap()
 {
-    struct timespec step {0, pollNs};
+    struct timespec step {
+        0, pollNs
+    };
     nanosleep(&step, nullptr);
 }
 
-bool alive(int32_t pid)
-{
-    return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
-}
+bool alive(int32_t pid) { return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM); }
 
-int32_t* holderSlot(Live& live, int i)
-{
-    return &live.control->holders[i];
-}
+int32_t* holderSlot(Live& live, int i) { return &live.control->holders[i]; }
 
 bool claimSlot(Live& live, int32_t pid)
 {
     for (int i = 0; i < maxHolders; ++i) {
         int32_t expected = 0;
-        if (__atomic_compare_exchange_n(holderSlot(live, i), &expected, pid, false, __ATOMIC_ACQ_REL,
-                                        __ATOMIC_RELAXED))
+        if (__atomic_compare_exchange_n(holderSlot(live, i), &expected, pid, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
             return true;
     }
     return false;
@@ -50,8 +45,7 @@ void freeSlot(Live& live, int32_t pid)
 {
     for (int i = 0; i < maxHolders; ++i) {
         int32_t expected = pid;
-        if (__atomic_compare_exchange_n(holderSlot(live, i), &expected, 0, false, __ATOMIC_ACQ_REL,
-                                        __ATOMIC_RELAXED))
+        if (__atomic_compare_exchange_n(holderSlot(live, i), &expected, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
             return;
     }
 }
@@ -94,7 +88,7 @@ void settle(Live& live)
         if (owner != pid && !alive(owner))
             __atomic_compare_exchange_n(settler, &owner, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED);
         else if (monotonicNs() >= until)
-            return;   // go on over what is there; the tool reads it safely
+            return;  // go on over what is there; the tool reads it safely
         else
             nap();
     }
@@ -106,7 +100,7 @@ void settle(Live& live)
     __atomic_store_n(settler, 0, __ATOMIC_RELEASE);
 }
 
-} // namespace
+}  // namespace
 
 int holdTake(Live& live)
 {
@@ -149,8 +143,7 @@ void holdSweep(Live& live)
     for (int i = 0; i < maxHolders; ++i) {
         int32_t pid = __atomic_load_n(holderSlot(live, i), __ATOMIC_ACQUIRE);
         if (pid != 0 && !alive(pid) &&
-            __atomic_compare_exchange_n(holderSlot(live, i), &pid, 0, false, __ATOMIC_ACQ_REL,
-                                        __ATOMIC_RELAXED))
+            __atomic_compare_exchange_n(holderSlot(live, i), &pid, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
             ++dead;
     }
     if (dead != 0)
@@ -165,4 +158,4 @@ void holdSweep(Live& live)
     }
 }
 
-} // namespace kelvo
+}  // namespace kelvo

@@ -29,6 +29,6 @@ int holdAlone(Live& live, int seconds);
 // call now and then.
 void holdSweep(Live& live);
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

@@ -14,7 +14,7 @@
 
 namespace kelvo {
 
-constexpr uint32_t controlMagic = 0x4B4C564Fu;   // "KLVO"
+constexpr uint32_t controlMagic = 0x4B4C564Fu;  // "KLVO"
 constexpr uint32_t controlLayout = 3;
 constexpr std::size_t controlBytes = 4096;
 constexpr int32_t smallestBuffer = 64;
@@ -29,11 +29,11 @@ struct Control {
     // write changes.
     uint32_t magic;
     uint32_t layout;
-    uint32_t removed;        // set by off: the block is gone for good
-    uint32_t generation;     // bumped by every change; ends pauses
-    uint32_t destination;    // a Destination
-    uint32_t keptFlags;      // the flags as on and chg set them
-    uint32_t takesAll;       // mask selects all, no filter: writers test nothing
+    uint32_t removed;      // set by off: the block is gone for good
+    uint32_t generation;   // bumped by every change; ends pauses
+    uint32_t destination;  // a Destination
+    uint32_t keptFlags;    // the flags as on and chg set them
+    uint32_t takesAll;     // mask selects all, no filter: writers test nothing
     // The ring word: where the next record goes and who may place one (see
     // trcring.h). Every write changes it, so it has its cache line alone.
     alignas(64) uint64_t ring;
@@ -68,11 +68,13 @@ struct Live {
     Live* older;              // the blocks this process mapped before
 };
 
-template <typename T> inline T loadRelaxed(const T& field)
+template <typename T>
+inline T loadRelaxed(const T& field)
 {
     return __atomic_load_n(&field, __ATOMIC_RELAXED);
 }
-template <typename T> inline void storeRelaxed(T& field, T value)
+template <typename T>
+inline void storeRelaxed(T& field, T value)
 {
     __atomic_store_n(&field, value, __ATOMIC_RELAXED);
 }
@@ -94,6 +96,6 @@ Live* mapLive(bool needFile = true);
 // there is no block.
 int retireBlock();
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

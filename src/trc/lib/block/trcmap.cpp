@@ -37,8 +37,7 @@ void* mapShared(int fd, std::size_t bytes)
 void* mapGuarded(int fd, std::size_t bytes, std::size_t& total)
 {
     total = bytes + guardBytes;
-    void* region = mmap(nullptr, total, PROT_READ | PROT_WRITE,
-                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void* region = mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (region == MAP_FAILED) {
         total = bytes;
         return mapShared(fd, bytes);
@@ -118,7 +117,7 @@ bool describe(Live& live, uint8_t* block, std::size_t size)
     return true;
 }
 
-} // namespace
+}  // namespace
 
 Live* mapLive(bool needFile)
 {
@@ -182,4 +181,4 @@ int retireBlock()
     return 0;
 }
 
-} // namespace kelvo
+}  // namespace kelvo

@@ -8,10 +8,7 @@ namespace {
 
 constexpr uint32_t pendingFlag = 0x80000000u;
 
-int32_t* wordAt(const Live& live, int32_t offset)
-{
-    return reinterpret_cast<int32_t*>(live.area + offset);
-}
+int32_t* wordAt(const Live& live, int32_t offset) { return reinterpret_cast<int32_t*>(live.area + offset); }
 
 void hook()
 {
@@ -20,7 +17,7 @@ void hook()
 #endif
 }
 
-} // namespace
+}  // namespace
 
 int32_t ringLargestRecord(const Live& live)
 {
@@ -44,10 +41,7 @@ void ringReset(Live& live)
     __atomic_store_n(&live.control->settled, uint64_t{0}, __ATOMIC_RELAXED);
 }
 
-int32_t ringWord(const Live& live, int32_t offset)
-{
-    return __atomic_load_n(wordAt(live, offset), __ATOMIC_ACQUIRE);
-}
+int32_t ringWord(const Live& live, int32_t offset) { return __atomic_load_n(wordAt(live, offset), __ATOMIC_ACQUIRE); }
 
 void ringStore(Live& live, int32_t offset, int32_t value)
 {
@@ -67,20 +61,11 @@ int32_t pendingWord(uint16_t lap, int32_t length)
                                 (static_cast<uint32_t>(length) & 0xFFFFu));
 }
 
-bool isPending(int32_t word)
-{
-    return word < 0;
-}
+bool isPending(int32_t word) { return word < 0; }
 
-int32_t pendingLength(int32_t word)
-{
-    return static_cast<int32_t>(static_cast<uint32_t>(word) & 0xFFFFu);
-}
+int32_t pendingLength(int32_t word) { return static_cast<int32_t>(static_cast<uint32_t>(word) & 0xFFFFu); }
 
-uint16_t pendingLap(int32_t word)
-{
-    return static_cast<uint16_t>((static_cast<uint32_t>(word) >> 16) & 0x7FFFu);
-}
+uint16_t pendingLap(int32_t word) { return static_cast<uint16_t>((static_cast<uint32_t>(word) >> 16) & 0x7FFFu); }
 
 void ringWriteFiller(Live& live, int32_t at, int32_t size, uint16_t lap)
 {
@@ -121,24 +106,12 @@ void ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& f
     ringCommit(live, at, length);
 }
 
-void ringMarkLoss(Live& live)
-{
-    __atomic_fetch_or(&live.control->ring, lossBit, __ATOMIC_ACQ_REL);
-}
+void ringMarkLoss(Live& live) { __atomic_fetch_or(&live.control->ring, lossBit, __ATOMIC_ACQ_REL); }
 
-void ringMarkFull(Live& live)
-{
-    __atomic_fetch_or(&live.control->ring, fullBit, __ATOMIC_ACQ_REL);
-}
+void ringMarkFull(Live& live) { __atomic_fetch_or(&live.control->ring, fullBit, __ATOMIC_ACQ_REL); }
 
-void ringClearLoss(Live& live)
-{
-    __atomic_fetch_and(&live.control->ring, ~lossBit, __ATOMIC_ACQ_REL);
-}
+void ringClearLoss(Live& live) { __atomic_fetch_and(&live.control->ring, ~lossBit, __ATOMIC_ACQ_REL); }
 
-void ringClose(Control& control)
-{
-    __atomic_fetch_or(&control.ring, closedBit, __ATOMIC_ACQ_REL);
-}
+void ringClose(Control& control) { __atomic_fetch_or(&control.ring, closedBit, __ATOMIC_ACQ_REL); }
 
-} // namespace kelvo
+}  // namespace kelvo

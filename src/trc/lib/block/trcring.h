@@ -32,13 +32,13 @@ constexpr uint64_t wrappedBit = 1ull << 59;
 // Every write goes through the functions of this header down to the
 // compare-and-swap, so they are inline.
 struct RingState {
-    uint32_t end = 0;      // offset of the end mark: the next record goes here
-    uint16_t lap = 0;      // bumped at every wrap and every clear
-    uint8_t holds = 0;     // readers that hold the trace
-    bool closed = false;   // off: no record is placed any more
-    bool full = false;     // keeping the initial records, and the area is full
+    uint32_t end = 0;          // offset of the end mark: the next record goes here
+    uint16_t lap = 0;          // bumped at every wrap and every clear
+    uint8_t holds = 0;         // readers that hold the trace
+    bool closed = false;       // off: no record is placed any more
+    bool full = false;         // keeping the initial records, and the area is full
     bool lossPending = false;  // losses wait to be reported by the next writer
-    bool wrapped = false;  // the area has wrapped since it was last emptied
+    bool wrapped = false;      // the area has wrapped since it was last emptied
 
     static RingState decode(uint64_t word);
     uint64_t encode() const;
@@ -63,27 +63,18 @@ inline uint64_t RingState::encode() const
            (full ? fullBit : 0) | (lossPending ? lossBit : 0) | (wrapped ? wrappedBit : 0);
 }
 
-inline uint64_t loadRing(const Live& live)
-{
-    return __atomic_load_n(&live.control->ring, __ATOMIC_ACQUIRE);
-}
+inline uint64_t loadRing(const Live& live) { return __atomic_load_n(&live.control->ring, __ATOMIC_ACQUIRE); }
 
 inline bool casRing(Live& live, uint64_t& expected, uint64_t desired)
 {
-    return __atomic_compare_exchange_n(&live.control->ring, &expected, desired, false,
-                                       __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+    return __atomic_compare_exchange_n(&live.control->ring, &expected, desired, false, __ATOMIC_ACQ_REL,
+                                       __ATOMIC_ACQUIRE);
 }
 
 // The lap after `lap`; 0 is skipped so that a wrapped lap is never 0.
-inline uint16_t nextLap(uint16_t lap)
-{
-    return lap == 0xFFFF ? 1 : static_cast<uint16_t>(lap + 1);
-}
+inline uint16_t nextLap(uint16_t lap) { return lap == 0xFFFF ? 1 : static_cast<uint16_t>(lap + 1); }
 
-inline uint16_t previousLap(uint16_t lap)
-{
-    return lap <= 1 ? 0xFFFF : static_cast<uint16_t>(lap - 1);
-}
+inline uint16_t previousLap(uint16_t lap) { return lap <= 1 ? 0xFFFF : static_cast<uint16_t>(lap - 1); }
 
 // Where one record goes, and the filler that closes the segment before it.
 struct Placement {
@@ -188,6 +179,6 @@ void ringClose(Control& control);
 void areaStoreHook();
 #endif
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

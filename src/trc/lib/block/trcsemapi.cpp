@@ -18,14 +18,11 @@ namespace {
 // lock.
 std::atomic<kelvo::Live*> held{nullptr};
 
-} // namespace
+}  // namespace
 
 extern "C" {
 
-KELVO_EXPORT int32_t trcSemAttach(void)
-{
-    return kelvo::currentLive() == nullptr ? -1 : 0;
-}
+KELVO_EXPORT int32_t trcSemAttach(void) { return kelvo::currentLive() == nullptr ? -1 : 0; }
 
 KELVO_EXPORT int32_t trcSemP(void)
 {
@@ -52,4 +49,4 @@ KELVO_EXPORT int32_t trcSemV(void)
     return 0;
 }
 
-} // extern "C"
+}  // extern "C"

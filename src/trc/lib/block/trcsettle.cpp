@@ -29,10 +29,7 @@ constexpr char damagedText[] = "damaged records given up";
 
 class Settler {
 public:
-    Settler(Live& live, int64_t waitNs)
-        : live_(live), deadline_(monotonicNs() + waitNs), seg_(live.segmentSize)
-    {
-    }
+    Settler(Live& live, int64_t waitNs) : live_(live), deadline_(monotonicNs() + waitNs), seg_(live.segmentSize) {}
 
     void run();
 
@@ -72,8 +69,7 @@ bool Settler::isRecord(int32_t x, int32_t w, int32_t limit, uint16_t lap) const
     if (!fits(x, w, limit))
         return false;
     int32_t a = trcAligned(w);
-    return ringWord(live_, x + a - 4) == w &&
-           (static_cast<uint32_t>(ringWord(live_, x + 4)) & lapBits) == lap;
+    return ringWord(live_, x + a - 4) == w && (static_cast<uint32_t>(ringWord(live_, x + 4)) & lapBits) == lap;
 }
 
 bool Settler::isFiller(int32_t x, int32_t w, uint16_t lap) const
@@ -90,7 +86,9 @@ bool Settler::isFiller(int32_t x, int32_t w, uint16_t lap) const
 int32_t Settler::awaitChange(int32_t x, int32_t w)
 {
     while (monotonicNs() < deadline_) {
-        struct timespec pause {0, pollNs};
+        struct timespec pause {
+            0, pollNs
+        };
         nanosleep(&pause, nullptr);
         int32_t now = ringWord(live_, x);
         if (now != w)
@@ -121,10 +119,16 @@ void Settler::writeRecord(int32_t at, int32_t length, uint16_t lap, uint8_t func
 {
     // The slot's own time is unknown: it lies after the record before it.
     RecordFields fields{uint32_t{facilityProduct} << 24 | uint32_t{facilityEvent} << 16,
-                        uint32_t{facilityComponent} << 24 | uint32_t{facilityClass} << 16 |
-                            uint32_t{function} << 8,
-                        0, 0, 0, -1, 0, lastSec_, lastNsec_,
-                        reinterpret_cast<const uint8_t*>(text), static_cast<uint32_t>(std::strlen(text))};
+                        uint32_t{facilityComponent} << 24 | uint32_t{facilityClass} << 16 | uint32_t{function} << 8,
+                        0,
+                        0,
+                        0,
+                        -1,
+                        0,
+                        lastSec_,
+                        lastNsec_,
+                        reinterpret_cast<const uint8_t*>(text),
+                        static_cast<uint32_t>(std::strlen(text))};
     ringWriteRecord(live_, at, lap, fields, length);
     __atomic_add_fetch(&live_.control->lostTotal, uint64_t{1}, __ATOMIC_RELAXED);
 }
@@ -164,7 +168,7 @@ int32_t Settler::forward(int32_t x, int32_t stop, uint16_t lap)
         } else if (y - x >= TRC_RECORD_MIN) {
             writeRecord(x, y - x, lap, functionRecordsDamaged, damagedText);
         } else {
-            return x;   // too little room before the end mark: it moves here
+            return x;  // too little room before the end mark: it moves here
         }
         x = y;
     }
@@ -188,9 +192,9 @@ void Settler::backwardAboveEnd(int32_t end, uint16_t lap)
         if (s - 4 <= end)
             return;
         bool closes = t + 4 == top;
-        bool good = ringWord(live_, static_cast<int32_t>(s)) == w &&
-                    (closes ? isFiller(static_cast<int32_t>(s), w, lap)
-                            : isRecord(static_cast<int32_t>(s), w, top, lap));
+        bool good =
+            ringWord(live_, static_cast<int32_t>(s)) == w &&
+            (closes ? isFiller(static_cast<int32_t>(s), w, lap) : isRecord(static_cast<int32_t>(s), w, top, lap));
         if (!good) {
             ringStore(live_, t, 0);
             return;
@@ -201,8 +205,8 @@ void Settler::backwardAboveEnd(int32_t end, uint16_t lap)
 
 void Settler::restoreHeader()
 {
-    uint32_t kept = live_.control->keptFlags & (TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE |
-                                                TRC_KEEP_LAST | TRC_KEEP_INITIAL);
+    uint32_t kept = live_.control->keptFlags &
+                    (TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE | TRC_KEEP_LAST | TRC_KEEP_INITIAL);
     for (trcHeader_t* h : {live_.header, live_.fileHeader}) {
         if (h == nullptr)
             continue;
@@ -255,7 +259,7 @@ void Settler::run()
     backwardAboveEnd(reached, older);
 }
 
-} // namespace
+}  // namespace
 
 void ringSettle(Live& live, int64_t waitNs)
 {
@@ -264,4 +268,4 @@ void ringSettle(Live& live, int64_t waitNs)
     Settler(live, waitNs).run();
 }
 
-} // namespace kelvo
+}  // namespace kelvo

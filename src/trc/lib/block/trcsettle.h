@@ -16,6 +16,6 @@ namespace kelvo {
 // marker are stored again. `waitNs` bounds the waiting in all.
 void ringSettle(Live& live, int64_t waitNs);
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

@@ -12,7 +12,7 @@ namespace kelvo {
 inline bool usableBufferSize(int64_t size)
 {
     constexpr int64_t segment = 65536;
-    constexpr int64_t largest = 0x7FFF0000;   // below 2 GiB with room for the header
+    constexpr int64_t largest = 0x7FFF0000;  // below 2 GiB with room for the header
     if (size < 64 || size > largest)
         return false;
     if (size <= segment)
@@ -20,6 +20,6 @@ inline bool usableBufferSize(int64_t size)
     return size % segment == 0;
 }
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

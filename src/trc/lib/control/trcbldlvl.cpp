@@ -10,7 +10,7 @@ constexpr char noLevel[] = ".......";
 constexpr std::size_t levelBytes = 8;
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
-} // namespace
+}  // namespace
 
 extern "C" KELVO_EXPORT const char* trcGetBldLvl(const char* text)
 {

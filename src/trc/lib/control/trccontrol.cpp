@@ -24,10 +24,7 @@ int32_t fail(int error)
     return -1;
 }
 
-void bumpGeneration(Live& live)
-{
-    __atomic_add_fetch(&live.control->generation, 1u, __ATOMIC_RELEASE);
-}
+void bumpGeneration(Live& live) { __atomic_add_fetch(&live.control->generation, 1u, __ATOMIC_RELEASE); }
 
 bool running(const Live& live)
 {
@@ -75,8 +72,8 @@ int clearTrace()
     return rc;
 }
 
-} // namespace
-} // namespace kelvo
+}  // namespace
+}  // namespace kelvo
 
 extern "C" {
 
@@ -86,16 +83,15 @@ KELVO_EXPORT int32_t trcOff(int32_t)
     return rc == 0 ? 0 : kelvo::fail(rc);
 }
 
-KELVO_EXPORT int32_t trcChg(const uint8_t* mask, int32_t pid, int32_t tid, int32_t cpid,
-                            uint32_t thisPointer, int32_t returnCode, int32_t maxSevereErrors,
-                            int32_t maxRecordSize, uint32_t flags, const uint8_t* crashMask,
-                            const uint8_t* pauseMask, int32_t pauseAttrib)
+KELVO_EXPORT int32_t trcChg(const uint8_t* mask, int32_t pid, int32_t tid, int32_t cpid, uint32_t thisPointer,
+                            int32_t returnCode, int32_t maxSevereErrors, int32_t maxRecordSize, uint32_t flags,
+                            const uint8_t* crashMask, const uint8_t* pauseMask, int32_t pauseAttrib)
 {
     kelvo::Live* live = nullptr;
     int rc = kelvo::findRunning(live);
     if (rc != 0)
         return kelvo::fail(rc);
-    kelvo::TraceSettings settings{mask, pid, tid, cpid, thisPointer, returnCode, maxSevereErrors,
+    kelvo::TraceSettings settings{mask,          pid,   tid,       cpid,      thisPointer, returnCode, maxSevereErrors,
                                   maxRecordSize, flags, crashMask, pauseMask, pauseAttrib};
     // Writers test every record again before the mask changes.
     kelvo::storeRelaxed(live->control->takesAll, 0u);
@@ -120,4 +116,4 @@ KELVO_EXPORT trcHeader_t* trcAttach(int32_t, int32_t, int32_t)
     return live == nullptr ? nullptr : live->header;
 }
 
-} // extern "C"
+}  // extern "C"

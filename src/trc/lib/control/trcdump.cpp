@@ -58,8 +58,8 @@ int dump(int fd)
     return writeAll(fd, copy.get(), bytes);
 }
 
-} // namespace
-} // namespace kelvo
+}  // namespace
+}  // namespace kelvo
 
 extern "C" KELVO_EXPORT int32_t trcDump(int32_t, int32_t handle)
 {

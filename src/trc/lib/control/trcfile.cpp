@@ -29,10 +29,7 @@ KELVO_EXPORT int32_t trcFileAttach(const char* name, int32_t mode)
     return open(name, flags | O_CLOEXEC, 0666);
 }
 
-KELVO_EXPORT int32_t trcFileDetach(int32_t handle)
-{
-    return close(handle) == 0 ? 0 : -1;
-}
+KELVO_EXPORT int32_t trcFileDetach(int32_t handle) { return close(handle) == 0 ? 0 : -1; }
 
 KELVO_EXPORT int32_t trcFileRead(int32_t handle, void* buffer, int32_t count)
 {
@@ -57,4 +54,4 @@ KELVO_EXPORT int64_t trcFileSeek(int32_t handle, int64_t offset, int32_t origin)
     return lseek(handle, offset, whence);
 }
 
-} // extern "C"
+}  // extern "C"

@@ -48,10 +48,9 @@ void fillIdentity(trcHeader_t& header)
         std::memcpy(level, TRC_NO_VERSION, sizeof TRC_NO_VERSION);
 }
 
-} // namespace
+}  // namespace
 
-void fillHeader(trcHeader_t& header, const TraceSettings& settings, const char* fileName,
-                int32_t bufferSize)
+void fillHeader(trcHeader_t& header, const TraceSettings& settings, const char* fileName, int32_t bufferSize)
 {
     std::memset(&header, 0, sizeof header);
     fillIdentity(header);
@@ -94,4 +93,4 @@ void changeHeader(trcHeader_t& header, const TraceSettings& settings)
     storeRelaxed(header.flags, flags);
 }
 
-} // namespace kelvo
+}  // namespace kelvo

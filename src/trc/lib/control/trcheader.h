@@ -25,12 +25,11 @@ struct TraceSettings {
 };
 
 // The whole header of a new trace: identification, versions, settings.
-void fillHeader(trcHeader_t& header, const TraceSettings& settings, const char* fileName,
-                int32_t bufferSize);
+void fillHeader(trcHeader_t& header, const TraceSettings& settings, const char* fileName, int32_t bufferSize);
 
 // The settings that trcChg may change; of flags the crash and pause bits.
 void changeHeader(trcHeader_t& header, const TraceSettings& settings);
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

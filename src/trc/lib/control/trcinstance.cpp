@@ -25,18 +25,14 @@ std::string instanceName()
     return cleaned;
 }
 
-} // namespace
+}  // namespace
 
-std::string instancePath()
-{
-    return shmDirectory + std::string("kelvo.") + instanceName();
-}
+std::string instancePath() { return shmDirectory + std::string("kelvo.") + instanceName(); }
 
 std::string instanceScratchPath()
 {
     static std::atomic<unsigned> serial{0};
-    return instancePath() + ".new." + std::to_string(getpid()) + "." +
-           std::to_string(serial.fetch_add(1));
+    return instancePath() + ".new." + std::to_string(getpid()) + "." + std::to_string(serial.fetch_add(1));
 }
 
-} // namespace kelvo
+}  // namespace kelvo

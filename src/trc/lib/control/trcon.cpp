@@ -53,8 +53,8 @@ std::string absoluteName(const char* name)
 int retireExisting()
 {
     Live* live = currentLive();
-    if (live != nullptr && loadRelaxed(live->control->removed) == 0 &&
-        loadRelaxed(live->header->traceOff) == 0 && !RingState::decode(loadRing(*live)).closed)
+    if (live != nullptr && loadRelaxed(live->control->removed) == 0 && loadRelaxed(live->header->traceOff) == 0 &&
+        !RingState::decode(loadRing(*live)).closed)
         return EEXIST;
     retireBlock();
     return 0;
@@ -138,8 +138,7 @@ private:
     bool published_ = false;
 };
 
-int build(const TraceSettings& settings, Destination destination, const std::string& fileName,
-          int32_t bufferSize)
+int build(const TraceSettings& settings, Destination destination, const std::string& fileName, int32_t bufferSize)
 {
     bool hasArea = destination != Destination::native;
     int32_t areaBytes = hasArea ? bufferSize : 0;
@@ -175,14 +174,14 @@ int build(const TraceSettings& settings, Destination destination, const std::str
     return building.publish();
 }
 
-} // namespace
-} // namespace kelvo
+}  // namespace
+}  // namespace kelvo
 
-extern "C" KELVO_EXPORT int32_t trcOn(int32_t, const uint8_t* mask, int32_t pid, int32_t tid,
-                                      int32_t cpid, uint32_t thisPointer, int32_t returnCode,
-                                      int32_t maxSevereErrors, int32_t maxRecordSize, uint32_t flags,
-                                      const uint8_t* crashMask, const uint8_t* pauseMask,
-                                      int32_t pauseAttrib, const char* fileName, int64_t bufferSize)
+extern "C" KELVO_EXPORT int32_t trcOn(int32_t, const uint8_t* mask, int32_t pid, int32_t tid, int32_t cpid,
+                                      uint32_t thisPointer, int32_t returnCode, int32_t maxSevereErrors,
+                                      int32_t maxRecordSize, uint32_t flags, const uint8_t* crashMask,
+                                      const uint8_t* pauseMask, int32_t pauseAttrib, const char* fileName,
+                                      int64_t bufferSize)
 {
     using namespace kelvo;
     int rc = 0;
@@ -192,17 +191,18 @@ extern "C" KELVO_EXPORT int32_t trcOn(int32_t, const uint8_t* mask, int32_t pid,
         rc = ENODEV;
     else if (destination != Destination::native && !usableBufferSize(bufferSize))
         rc = EINVAL;
-    else if (destination == Destination::file &&
-             (fileName == nullptr || fileName[0] == '\0' || strnlen(fileName, TRC_FILE_NAME_SIZE) >= TRC_FILE_NAME_SIZE))
+    else if (destination == Destination::file && (fileName == nullptr || fileName[0] == '\0' ||
+                                                  strnlen(fileName, TRC_FILE_NAME_SIZE) >= TRC_FILE_NAME_SIZE))
         rc = EINVAL;
     if (rc == 0 && destination == Destination::file)
         name = absoluteName(fileName);
     if (rc == 0)
         rc = retireExisting();
     if (rc == 0) {
-        TraceSettings settings{mask, pid, tid, cpid, thisPointer, returnCode, maxSevereErrors,
+        TraceSettings settings{mask,          pid,   tid,       cpid,      thisPointer, returnCode, maxSevereErrors,
                                maxRecordSize, flags, crashMask, pauseMask, pauseAttrib};
-        rc = build(settings, destination, name, static_cast<int32_t>(destination == Destination::native ? 0 : bufferSize));
+        rc = build(settings, destination, name,
+                   static_cast<int32_t>(destination == Destination::native ? 0 : bufferSize));
     }
     if (rc != 0) {
         errno = rc;

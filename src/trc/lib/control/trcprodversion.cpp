@@ -35,7 +35,7 @@ void enter(Live& live, unsigned product, const char* text)
         copyLevel(live.fileHeader->prodVersion[product], text);
 }
 
-} // namespace
+}  // namespace
 
 void onNewLive(Live& live)
 {
@@ -50,7 +50,7 @@ void onNewLive(Live& live)
             enter(live, product, levels[product].text);
 }
 
-} // namespace kelvo
+}  // namespace kelvo
 
 extern "C" KELVO_EXPORT int trcSetProdVersion(unsigned product, const char* level)
 {

@@ -13,11 +13,11 @@ constexpr uint8_t facilityEvent = 6;
 constexpr uint8_t facilityComponent = 255;
 constexpr uint8_t facilityClass = 1;
 enum FacilityFunction : uint8_t {
-    functionRecordsLost = 1,       // records dropped: held by a reader, or the area full
-    functionRecordAbandoned = 2,   // a writer took a slot and did not finish it
-    functionRecordsDamaged = 3,    // bytes that no writer of this lap put there
+    functionRecordsLost = 1,      // records dropped: held by a reader, or the area full
+    functionRecordAbandoned = 2,  // a writer took a slot and did not finish it
+    functionRecordsDamaged = 3,   // bytes that no writer of this lap put there
 };
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

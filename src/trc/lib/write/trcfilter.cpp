@@ -14,12 +14,9 @@ bool bitSet(const uint8_t* mask, int map, uint8_t value)
     return trcMaskBitOf(loadRelaxed(mask[trcMaskByteOf(map, value)]), value);
 }
 
-bool filterPasses(int32_t filter, uint32_t value)
-{
-    return filter == -1 || static_cast<uint32_t>(filter) == value;
-}
+bool filterPasses(int32_t filter, uint32_t value) { return filter == -1 || static_cast<uint32_t>(filter) == value; }
 
-} // namespace
+}  // namespace
 
 bool maskSelects(const uint8_t* mask, const RecordIds& ids)
 {
@@ -47,8 +44,7 @@ bool traceTakes(const trcHeader_t& header, const RecordIds& ids, uint32_t thisPo
     uint32_t object = loadRelaxed(header.thisPointer);
     if ((pid & tid & cpid) == -1 && object == 0) [[likely]]
         return true;
-    if (!filterPasses(pid, processId()) || !filterPasses(tid, threadId()) ||
-        !filterPasses(cpid, companionOfThread()))
+    if (!filterPasses(pid, processId()) || !filterPasses(tid, threadId()) || !filterPasses(cpid, companionOfThread()))
         return false;
     return object == 0 || object == thisPointer;
 }
@@ -62,4 +58,4 @@ bool takesEverything(const trcHeader_t& header)
            loadRelaxed(header.traceCpid) == -1 && loadRelaxed(header.thisPointer) == 0;
 }
 
-} // namespace kelvo
+}  // namespace kelvo

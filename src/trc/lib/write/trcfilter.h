@@ -23,6 +23,6 @@ bool traceTakes(const trcHeader_t& header, const RecordIds& ids, uint32_t thisPo
 // that writers need not test a record at all.
 bool takesEverything(const trcHeader_t& header);
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

@@ -17,8 +17,7 @@ namespace kelvo {
 namespace {
 
 constexpr std::size_t lineBytes = 1024;
-constexpr const char* markerPaths[] = {"/sys/kernel/tracing/trace_marker",
-                                       "/sys/kernel/debug/tracing/trace_marker"};
+constexpr const char* markerPaths[] = {"/sys/kernel/tracing/trace_marker", "/sys/kernel/debug/tracing/trace_marker"};
 
 int markerFd()
 {
@@ -39,9 +38,8 @@ int markerFd()
 std::size_t describe(char* line, const RecordSource& record, bool rcEvent)
 {
     const uint8_t* id = record.ids.id;
-    int n = std::snprintf(line, lineBytes, "kelvo %u.%u.%u.%u.%u.%u pid %u tid %u this %#x", id[0],
-                          id[1], id[2], id[3], id[4], id[5], processId(), threadId(),
-                          record.thisPointer);
+    int n = std::snprintf(line, lineBytes, "kelvo %u.%u.%u.%u.%u.%u pid %u tid %u this %#x", id[0], id[1], id[2], id[3],
+                          id[4], id[5], processId(), threadId(), record.thisPointer);
     std::size_t used = n < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(n), lineBytes - 1);
     if (rcEvent) {
         int32_t rc = 0;
@@ -59,7 +57,7 @@ std::size_t describe(char* line, const RecordSource& record, bool rcEvent)
     return used;
 }
 
-} // namespace
+}  // namespace
 
 void nativeEmit(const RecordSource& record, bool rcEvent)
 {
@@ -76,4 +74,4 @@ void nativeEmit(const RecordSource& record, bool rcEvent)
     syslog(LOG_USER | LOG_DEBUG, "%s", line);
 }
 
-} // namespace kelvo
+}  // namespace kelvo

@@ -9,6 +9,6 @@ namespace kelvo {
 // Writes the record as one line of text.
 void nativeEmit(const RecordSource& record, bool rcEvent);
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

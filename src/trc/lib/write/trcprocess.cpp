@@ -38,7 +38,6 @@ constexpr int64_t probeIntervalNs = 100'000'000;
 constexpr long watchIntervalNs = 50'000'000;
 constexpr uint32_t callsPerClockRead = 16;
 
-
 // Every block this process has mapped, newest first. Threads and the tool
 // may still hold pointers into a block that has been removed, so none is
 // ever unmapped.
@@ -53,10 +52,7 @@ KELVO_FAST_TLS uint32_t threadCompanion = 0;
 // Set while this process has a thread that watches for a trace.
 bool watching = false;
 
-void setIdle(int idle)
-{
-    __atomic_store_n(&trcWriterIdle, idle, __ATOMIC_RELAXED);
-}
+void setIdle(int idle) { __atomic_store_n(&trcWriterIdle, idle, __ATOMIC_RELAXED); }
 
 void forgetAfterFork()
 {
@@ -78,10 +74,11 @@ void registerForkHandler()
 void* watchForTrace(void*)
 {
     for (;;) {
-        struct timespec pause {0, watchIntervalNs};
+        struct timespec pause {
+            0, watchIntervalNs
+        };
         nanosleep(&pause, nullptr);
-        if (__atomic_load_n(&trcWriterIdle, __ATOMIC_RELAXED) != 0 &&
-            access(instancePath().c_str(), F_OK) == 0) {
+        if (__atomic_load_n(&trcWriterIdle, __ATOMIC_RELAXED) != 0 && access(instancePath().c_str(), F_OK) == 0) {
             nextProbeNs.store(0, std::memory_order_relaxed);
             setIdle(0);
         }
@@ -149,7 +146,7 @@ Live* probeWhenDue()
     return live;
 }
 
-} // namespace
+}  // namespace
 
 Live* writerLive()
 {
@@ -188,4 +185,4 @@ void setCompanionOfThread(uint32_t cpid) { threadCompanion = cpid; }
 int32_t nodeOfProcess() { return processNode.load(std::memory_order_relaxed); }
 void setNodeOfProcess(int32_t node) { processNode.store(node, std::memory_order_relaxed); }
 
-} // namespace kelvo
+}  // namespace kelvo

@@ -51,6 +51,6 @@ void setNodeOfProcess(int32_t node);
 // Called once for every block this process starts to use.
 void onNewLive(Live& live);
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

@@ -19,6 +19,6 @@ struct RecordSource {
     uint32_t length;
 };
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

@@ -68,7 +68,7 @@ int64_t rebase(CycleClock& c, uint64_t (*readCount)(), int64_t (*readRealNs)())
     uint64_t count = before + (after - before) / 2;
     bool hasBase = c.baseCount != 0 && count > c.baseCount && ns > c.baseNs;
     if (hasBase && c.nsPerCount == 0 && ns - c.baseNs < baseLifeNs)
-        return ns;   // keep the old base, so that the span grows
+        return ns;  // keep the old base, so that the span grows
     if (hasBase && ns - c.baseNs >= baseLifeNs) {
         uint64_t rate = rateOver(ns - c.baseNs, count - c.baseCount);
         c.nsPerCount = c.nsPerCount == 0 || agrees(rate, c.nsPerCount) ? rate : 0;
@@ -123,7 +123,7 @@ int64_t threadNs()
 int64_t threadNs() { return realNs(); }
 #endif
 
-} // namespace
+}  // namespace
 
 int64_t cycleClockNs(CycleClock& c, uint64_t count, uint64_t (*readCount)(), int64_t (*readRealNs)())
 {
@@ -143,4 +143,4 @@ Stamp stampNow()
     return Stamp{static_cast<int32_t>(ns / nsPerSec), static_cast<int32_t>(ns % nsPerSec)};
 }
 
-} // namespace kelvo
+}  // namespace kelvo

@@ -28,9 +28,8 @@ struct CycleClock {
 // The real time at `count` on the clock's counter; reads the real-time clock
 // and takes a new base when the base is too old, or no rate is known yet.
 // `readCount` and `readRealNs` are the counter and the real-time clock.
-int64_t cycleClockNs(CycleClock& clock, uint64_t count, uint64_t (*readCount)(),
-                     int64_t (*readRealNs)());
+int64_t cycleClockNs(CycleClock& clock, uint64_t count, uint64_t (*readCount)(), int64_t (*readRealNs)());
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

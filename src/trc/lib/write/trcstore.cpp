@@ -83,8 +83,7 @@ int32_t recordLength(const Live& live, const RecordSource& record, bool rcEvent)
     return static_cast<int32_t>(std::clamp<int64_t>(wanted, smallest, largest));
 }
 
-void writeRecord(Live& live, int32_t offset, uint16_t lap, const RecordSource& record, int32_t length,
-                 Stamp stamp)
+void writeRecord(Live& live, int32_t offset, uint16_t lap, const RecordSource& record, int32_t length, Stamp stamp)
 {
     const uint8_t* id = record.ids.id;
     RecordFields fields{static_cast<uint32_t>(id[0]) << 24 | static_cast<uint32_t>(id[1]) << 16,
@@ -171,8 +170,8 @@ Refusal refusalOf(const RingState& s)
 
 // Takes places for `count` records of the given sizes, in order, with one
 // swap of the ring word. Clears the loss flag when `reportsLoss`.
-Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial, bool reportsLoss,
-                Placement* out, uint16_t& lap)
+Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial, bool reportsLoss, Placement* out,
+                uint16_t& lap)
 {
     uint64_t word = loadRing(live);
     for (;;) {
@@ -212,8 +211,7 @@ int drop(Live& live, Refusal refusal)
     return 1;
 }
 
-void writePlaced(Live& live, const Placement& p, uint16_t lap, const RecordSource& record,
-                 int32_t length, Stamp stamp)
+void writePlaced(Live& live, const Placement& p, uint16_t lap, const RecordSource& record, int32_t length, Stamp stamp)
 {
     // A filler that closes the area is of the lap before the wrap.
     if (p.fillerSize != 0)
@@ -231,13 +229,13 @@ int storeAfterLoss(Live& live, const RecordSource& record, int32_t length, bool 
         Losses late = takeLosses(live);
         if (late.total() != 0)
             giveBackLosses(live, late);
-        return -2;   // nothing to report after all: store as usual
+        return -2;  // nothing to report after all: store as usual
     }
     char text[160];
     std::size_t textLength = lossText(losses, text, sizeof text);
-    RecordSource report{RecordIds{{facilityProduct, facilityEvent, facilityComponent, facilityClass,
-                                   functionRecordsLost, 0}},
-                        0, reinterpret_cast<const uint8_t*>(text), static_cast<uint32_t>(textLength)};
+    RecordSource report{
+        RecordIds{{facilityProduct, facilityEvent, facilityComponent, facilityClass, functionRecordsLost, 0}}, 0,
+        reinterpret_cast<const uint8_t*>(text), static_cast<uint32_t>(textLength)};
     auto reportLength = static_cast<int32_t>(TRC_RECORD_MIN + textLength);
     int32_t aligned[2] = {trcAligned(reportLength), trcAligned(length)};
     Placement places[2];
@@ -267,7 +265,8 @@ bool fitsQuickly(const Live& live, uint64_t word, int32_t aligned)
     auto end = static_cast<uint32_t>(word);
     if ((word & anyFlag) != 0 || end >= static_cast<uint32_t>(live.bufferSize) || end % 4 != 0)
         return false;
-    uint32_t segmentEnd = (end & ~static_cast<uint32_t>(live.segmentSize - 1)) + static_cast<uint32_t>(live.segmentSize);
+    uint32_t segmentEnd =
+        (end & ~static_cast<uint32_t>(live.segmentSize - 1)) + static_cast<uint32_t>(live.segmentSize);
     return static_cast<uint32_t>(aligned) + 4 <= segmentEnd - end;
 }
 
@@ -337,7 +336,9 @@ void pauseThread(Live& live)
         clock_gettime(CLOCK_MONOTONIC, &now);
         if (seconds >= 0 && now.tv_sec - start.tv_sec >= seconds)
             return;
-        struct timespec step {0, 10'000'000};
+        struct timespec step {
+            0, 10'000'000
+        };
         nanosleep(&step, nullptr);
     }
 }
@@ -355,7 +356,7 @@ void afterStore(Live& live, const RecordSource& record, uint32_t flags)
         pauseThread(live);
 }
 
-} // namespace
+}  // namespace
 
 Live* traceFor(const RecordIds& ids, uint32_t thisPointer)
 {
@@ -384,4 +385,4 @@ int storeRecord(Live& live, const RecordSource& record)
     return 0;
 }
 
-} // namespace kelvo
+}  // namespace kelvo

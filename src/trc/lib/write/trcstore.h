@@ -17,6 +17,6 @@ Live* traceFor(const RecordIds& ids, uint32_t thisPointer);
 // with errno.
 int storeRecord(Live& live, const RecordSource& record);
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif

@@ -17,19 +17,15 @@ using kelvo::RecordSource;
 constexpr std::size_t shortText = 512;
 constexpr std::size_t longestText = 32768;
 
-RecordIds idsOf(unsigned product, unsigned event, unsigned component, unsigned klass,
-                unsigned function, unsigned tracePoint)
+RecordIds idsOf(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                unsigned tracePoint)
 {
-    return RecordIds{{static_cast<uint8_t>(product), static_cast<uint8_t>(event),
-                      static_cast<uint8_t>(component), static_cast<uint8_t>(klass),
-                      static_cast<uint8_t>(function), static_cast<uint8_t>(tracePoint)}};
+    return RecordIds{{static_cast<uint8_t>(product), static_cast<uint8_t>(event), static_cast<uint8_t>(component),
+                      static_cast<uint8_t>(klass), static_cast<uint8_t>(function), static_cast<uint8_t>(tracePoint)}};
 }
 
 // Objects are identified by the low 32 bits of their address.
-uint32_t objectOf(const void* thisPointer)
-{
-    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(thisPointer));
-}
+uint32_t objectOf(const void* thisPointer) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(thisPointer)); }
 
 int write(const RecordIds& ids, const void* thisPointer, const void* data, uint32_t length)
 {
@@ -42,33 +38,28 @@ int write(const RecordIds& ids, const void* thisPointer, const void* data, uint3
     return kelvo::storeRecord(*live, RecordSource{ids, object, static_cast<const uint8_t*>(data), length});
 }
 
-} // namespace
+}  // namespace
 
 extern "C" {
 
-KELVO_EXPORT int trcWriteEntry(unsigned product, unsigned event, unsigned component,
-                               unsigned klass, unsigned function, unsigned tracePoint,
-                               const void* thisPointer, const void* data, unsigned length)
+KELVO_EXPORT int trcWriteEntry(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                               unsigned tracePoint, const void* thisPointer, const void* data, unsigned length)
 {
     if (!kelvo::writerMayLook()) [[likely]]
         return 1;
-    return write(idsOf(product, event, component, klass, function, tracePoint), thisPointer, data,
-                 length);
+    return write(idsOf(product, event, component, klass, function, tracePoint), thisPointer, data, length);
 }
 
-KELVO_EXPORT int trcWriteRcEntry(unsigned product, unsigned event, unsigned component,
-                                 unsigned klass, unsigned function, unsigned tracePoint,
-                                 const void* thisPointer, int rc)
+KELVO_EXPORT int trcWriteRcEntry(unsigned product, unsigned event, unsigned component, unsigned klass,
+                                 unsigned function, unsigned tracePoint, const void* thisPointer, int rc)
 {
     if (!kelvo::writerMayLook()) [[likely]]
         return 1;
-    return write(idsOf(product, event, component, klass, function, tracePoint), thisPointer, &rc,
-                 sizeof rc);
+    return write(idsOf(product, event, component, klass, function, tracePoint), thisPointer, &rc, sizeof rc);
 }
 
-KELVO_EXPORT int trcWritef(unsigned product, unsigned event, unsigned component, unsigned klass,
-                           unsigned function, unsigned tracePoint, const void* thisPointer,
-                           const char* format, ...)
+KELVO_EXPORT int trcWritef(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                           unsigned tracePoint, const void* thisPointer, const char* format, ...)
 {
     if (!kelvo::writerMayLook())
         return 1;
@@ -95,35 +86,27 @@ KELVO_EXPORT int trcWritef(unsigned product, unsigned event, unsigned component,
         va_end(args);
         stored = longer.get();
     }
-    return kelvo::storeRecord(*live, RecordSource{ids, object, reinterpret_cast<const uint8_t*>(stored),
-                                                  static_cast<uint32_t>(length)});
+    return kelvo::storeRecord(
+        *live, RecordSource{ids, object, reinterpret_cast<const uint8_t*>(stored), static_cast<uint32_t>(length)});
 }
 
 // The same writes under their plain names, for programs that bind to the
 // facility by name (dlsym, other languages) rather than through trace.h.
-KELVO_EXPORT int trcWrite(unsigned product, unsigned event, unsigned component, unsigned klass,
-                          unsigned function, unsigned tracePoint, const void* thisPointer,
-                          const void* data, unsigned length)
+KELVO_EXPORT int trcWrite(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                          unsigned tracePoint, const void* thisPointer, const void* data, unsigned length)
 {
-    return trcWriteEntry(product, event, component, klass, function, tracePoint, thisPointer, data,
-                         length);
+    return trcWriteEntry(product, event, component, klass, function, tracePoint, thisPointer, data, length);
 }
 
-KELVO_EXPORT int trcWriteRc(unsigned product, unsigned event, unsigned component, unsigned klass,
-                            unsigned function, unsigned tracePoint, const void* thisPointer, int rc)
+KELVO_EXPORT int trcWriteRc(unsigned product, unsigned event, unsigned component, unsigned klass, unsigned function,
+                            unsigned tracePoint, const void* thisPointer, int rc)
 {
     return trcWriteRcEntry(product, event, component, klass, function, tracePoint, thisPointer, rc);
 }
 
-KELVO_EXPORT void trcSetCompanion(unsigned cpid)
-{
-    kelvo::setCompanionOfThread(cpid);
-}
+KELVO_EXPORT void trcSetCompanion(unsigned cpid) { kelvo::setCompanionOfThread(cpid); }
 
-KELVO_EXPORT void trcSetNode(int node)
-{
-    kelvo::setNodeOfProcess(node);
-}
+KELVO_EXPORT void trcSetNode(int node) { kelvo::setNodeOfProcess(node); }
 
 KELVO_EXPORT int trcIsOn(void)
 {
@@ -131,4 +114,4 @@ KELVO_EXPORT int trcIsOn(void)
     return live != nullptr && kelvo::loadRelaxed(live->header->traceOff) == 0;
 }
 
-} // extern "C"
+}  // extern "C"
