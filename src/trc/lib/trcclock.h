@@ -18,6 +18,6 @@ inline int64_t clockNs(clockid_t clock)
 inline int64_t monotonicNs() { return clockNs(CLOCK_MONOTONIC); }
 inline int64_t coarseNs() { return clockNs(CLOCK_MONOTONIC_COARSE); }
 
-} // namespace kelvo
+}  // namespace kelvo
 
 #endif
