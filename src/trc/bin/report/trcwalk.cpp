@@ -5,10 +5,9 @@
 #include <cstdio>
 
 #include "trcmsg.h"
+#include "trcmsgid.h"
 
 namespace {
-
-constexpr int trcMsgCorruptRecords = 421;
 
 int32_t loadWord(const uint8_t* area, int64_t offset)
 {
@@ -104,7 +103,7 @@ void trcWalkCount(trcWalk_t* walk, const uint8_t* area)
     });
     walk->recordCount = count;
     if (!complete) {
-        std::fputs(trcMsgGet(trcMsgCorruptRecords), stdout);
+        std::fputs(trcMsgGet(msgCorrupt), stdout);
     }
 }
 
