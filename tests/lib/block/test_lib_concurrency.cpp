@@ -74,16 +74,15 @@ void checkDump(const Walked& w)
 
 }  // namespace
 
-// The buffer holds every record of the run, so that no writer is lapped: a
-// writer held up in the middle of its record while the others fill the
-// whole buffer can still store over newer records, a limit that kelvo(1)
-// states.
+// Four writers on a small buffer lap it many times: a writer held up in
+// the middle of its record while the others come round the whole buffer
+// must not find its place taken, nor store into newer records.
 TEST(LibConcurrency, TwoProcessesOfTwoThreadsWhileDumpingAndClearing)
 {
     Instance instance;
     TempDir dir;
     OnArgs args;
-    args.bufferSize = 65536 * 512;
+    args.bufferSize = 65536 * 4;
     ASSERT_EQ(turnOn(args), 0);
     for (int i = 0; i < 2; ++i)
         if (fork() == 0)

@@ -15,10 +15,12 @@
 namespace kelvo {
 
 constexpr uint32_t controlMagic = 0x4B4C564Fu;  // "KLVO"
-constexpr uint32_t controlLayout = 3;
+constexpr uint32_t controlLayout = 4;
 constexpr std::size_t controlBytes = 4096;
 constexpr int32_t smallestBuffer = 64;
 constexpr int maxHolders = 32;
+// The area is counted in at most this many zones (see trcring.h).
+constexpr int maxZones = 512;
 
 enum class Destination : uint32_t { shared = 1, file = 2, native = 3 };
 
@@ -49,10 +51,20 @@ struct Control {
     uint64_t settled;
     // Processes that hold the trace for reading.
     int32_t holders[maxHolders];
+    // Losses not yet reported because the zone ahead still held a record
+    // that its writer had not finished.
+    uint32_t lostBusy;
+    // When writers first found the zone ahead unfinished (coarse monotonic
+    // ns), or 0.
+    int64_t stallSince;
+    // Bytes committed in each zone of the area since writers last entered
+    // it (trcring.h).
+    alignas(64) uint32_t committed[maxZones];
 };
 static_assert(sizeof(Control) <= controlBytes);
 static_assert(offsetof(Control, ring) == 64);
 static_assert(offsetof(Control, lostHeld) == 128);
+static_assert(offsetof(Control, committed) % 64 == 0);
 
 // This process's mapping of a live block. Never freed: the tool keeps
 // pointers into it for the life of the process.

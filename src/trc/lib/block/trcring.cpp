@@ -1,12 +1,16 @@
 // The ring word and record placement; see trcring.h for the design.
 #include "trcring.h"
 
+#include "trcclock.h"
+
+#include <algorithm>
 #include <cstring>
 
 namespace kelvo {
 namespace {
 
 constexpr uint32_t pendingFlag = 0x80000000u;
+constexpr int64_t stallGiveUpNs = 50'000'000;
 
 int32_t* wordAt(const Live& live, int32_t offset) { return reinterpret_cast<int32_t*>(live.area + offset); }
 
@@ -17,7 +21,76 @@ void hook()
 #endif
 }
 
+int32_t zoneBytes(const Live& live, int32_t zone)
+{
+    int64_t size = int64_t{1} << ringZoneBits(live);
+    int64_t start = int64_t{zone} * size;
+    return static_cast<int32_t>(std::min<int64_t>(size, live.bufferSize - start));
+}
+
+// True once writers have found the zone ahead unfinished for longer than
+// its writer may take. A time that cannot be (a stray write) starts again.
+bool stalledTooLong(Live& live)
+{
+    int64_t now = coarseNs();
+    int64_t since = __atomic_load_n(&live.control->stallSince, __ATOMIC_RELAXED);
+    if (since <= 0 || since > now) {
+        __atomic_compare_exchange_n(&live.control->stallSince, &since, now, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED);
+        return false;
+    }
+    return now - since >= stallGiveUpNs;
+}
+
 }  // namespace
+
+int32_t ringOwnFiller(const Live& live, const Placement& p)
+{
+    bool sameZone = ringZoneOf(live, p.fillerAt) == ringZoneOf(live, p.at);
+    return ringEntersZone(live, p) && sameZone ? p.fillerSize : 0;
+}
+
+bool ringEnterZone(Live& live, const Placement& p)
+{
+    uint32_t* count = &live.control->committed[ringZoneOf(live, p.at)];
+    auto due = static_cast<uint32_t>(zoneBytes(live, ringZoneOf(live, p.at)) - ringOwnFiller(live, p));
+    uint32_t seen = __atomic_load_n(count, __ATOMIC_ACQUIRE);
+    while (seen >= due) {
+        if (__atomic_compare_exchange_n(count, &seen, seen - due, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+            __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
+            return true;
+        }
+    }
+    // The writer still inside is stopped or gone: its place is given up.
+    if (stalledTooLong(live) &&
+        __atomic_compare_exchange_n(count, &seen, 0u, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+        __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
+        return true;
+    }
+    return false;
+}
+
+void ringGiveBackZone(Live& live, const Placement& p)
+{
+    auto due = static_cast<uint32_t>(zoneBytes(live, ringZoneOf(live, p.at)) - ringOwnFiller(live, p));
+    __atomic_add_fetch(&live.control->committed[ringZoneOf(live, p.at)], due, __ATOMIC_RELEASE);
+}
+
+void ringCountCommit(Live& live, int32_t at, int32_t bytes)
+{
+    __atomic_add_fetch(&live.control->committed[ringZoneOf(live, at)], static_cast<uint32_t>(bytes), __ATOMIC_RELEASE);
+}
+
+void ringRecount(Live& live, int32_t end)
+{
+    int32_t endZone = ringZoneOf(live, end);
+    int32_t zones = ringZoneOf(live, live.bufferSize - 1) + 1;
+    for (int32_t z = 0; z < zones; ++z) {
+        uint32_t count = z == endZone ? static_cast<uint32_t>(end - (z << ringZoneBits(live)))
+                                      : static_cast<uint32_t>(zoneBytes(live, z));
+        __atomic_store_n(&live.control->committed[z], count, __ATOMIC_RELEASE);
+    }
+    __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
+}
 
 int32_t ringLargestRecord(const Live& live)
 {
@@ -38,6 +111,8 @@ void ringReset(Live& live)
     __atomic_store_n(&live.control->ring, fresh.encode(), __ATOMIC_RELEASE);
     __atomic_store_n(&live.control->lostHeld, 0u, __ATOMIC_RELAXED);
     __atomic_store_n(&live.control->lostFull, 0u, __ATOMIC_RELAXED);
+    __atomic_store_n(&live.control->lostBusy, 0u, __ATOMIC_RELAXED);
+    ringRecount(live, TRC_START_MARKER);
     __atomic_store_n(&live.control->settled, uint64_t{0}, __ATOMIC_RELAXED);
 }
 

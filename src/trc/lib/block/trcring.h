@@ -15,6 +15,18 @@
 // a reader, closed or full drops its record and counts the loss, and a
 // writer that stops between reserving and committing leaves a pending slot
 // that the next reader gives up (trcsettle.h).
+//
+// A writer taken off its processor between reserving and committing must
+// not find its place overwritten by the others when they come round the
+// whole area. So the area is counted in zones (whole segments, at most
+// maxZones of them): every record and filler adds its bytes to its zone's
+// count after its commit, and a writer whose place would enter a zone first
+// claims it by taking a whole zone's bytes off that count. The claim only
+// succeeds when every byte of the zone's last lap was committed; otherwise
+// the record is dropped and counted as lost, and the ring stays where it is
+// until the slow writer commits. A writer that holds its place for more than
+// 50 ms (stopped, or killed) is given up, as a reader gives it up: the zone
+// is then claimed all the same.
 #ifndef KELVO_TRCRING_H
 #define KELVO_TRCRING_H
 
@@ -115,6 +127,42 @@ inline bool ringPlace(const Live& live, RingState& state, int32_t aligned, bool 
     state.end = static_cast<uint32_t>(at + aligned);
     return true;
 }
+
+// Zones: a power of two of bytes, whole segments, at most maxZones.
+inline int ringZoneBits(const Live& live)
+{
+    int segmentBits = __builtin_ctz(static_cast<uint32_t>(live.segmentSize));
+    int areaBits = 32 - __builtin_clz(static_cast<uint32_t>(live.bufferSize) - 1);
+    int fewest = areaBits - __builtin_ctz(static_cast<uint32_t>(maxZones));
+    return segmentBits > fewest ? segmentBits : fewest;
+}
+
+inline int32_t ringZoneOf(const Live& live, int32_t offset) { return offset >> ringZoneBits(live); }
+
+// True when a record placed at `at` behind a filler enters a new zone.
+inline bool ringEntersZone(const Live& live, const Placement& p)
+{
+    return p.fillerSize != 0 && (p.at & ((int32_t{1} << ringZoneBits(live)) - 1)) == 0;
+}
+
+// The claim of the zone that place `p` enters, before the ring enters it;
+// false when a record of its last lap is still unfinished. A claim whose
+// swap of the ring word then fails is given back.
+bool ringEnterZone(Live& live, const Placement& p);
+void ringGiveBackZone(Live& live, const Placement& p);
+
+// The bytes of the filler before `p` that lie in the zone it enters: in an
+// area of one zone, the filler that closes it before the wrap. They are
+// taken into the claim, so its writer does not count them again; in an area
+// of several zones a filler is counted in the zone it closes.
+int32_t ringOwnFiller(const Live& live, const Placement& p);
+
+// Counts a committed slot in its zone; writers call it after the commit.
+void ringCountCommit(Live& live, int32_t at, int32_t bytes);
+
+// Sets the zone counts for an area in order whose end mark is at `end`:
+// every zone whole but the end mark's, which holds what lies below it.
+void ringRecount(Live& live, int32_t end);
 
 // Largest length of a record that a segment can hold.
 int32_t ringLargestRecord(const Live& live);

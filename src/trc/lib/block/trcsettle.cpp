@@ -266,6 +266,9 @@ void ringSettle(Live& live, int64_t waitNs)
     if (live.area == nullptr)
         return;
     Settler(live, waitNs).run();
+    RingState s = RingState::decode(loadRing(live));
+    if (ringEndUsable(live, s))
+        ringRecount(live, static_cast<int32_t>(s.end));
 }
 
 }  // namespace kelvo

@@ -99,6 +99,7 @@ void writeRecord(Live& live, int32_t offset, uint16_t lap, const RecordSource& r
                         record.data,
                         record.length};
     ringWriteRecord(live, offset, lap, fields, length);
+    ringCountCommit(live, offset, trcAligned(length));
 }
 
 // A reader that died holding the trace would keep every write out: writers
@@ -121,41 +122,73 @@ void countLoss(Live& live, uint32_t Control::*cause)
     ringMarkLoss(live);
 }
 
+// The causes of a loss, with their counts in the control page and the
+// words that name them in the record of the facility that reports them.
+struct LossCause {
+    uint32_t Control::*count;
+    const char* why;
+};
+constexpr LossCause lossCauses[] = {
+    {&Control::lostHeld, "a reader held the trace"},
+    {&Control::lostFull, "the buffer was full"},
+    {&Control::lostBusy, "a slow writer held its place ahead"},
+};
+constexpr int causeCount = sizeof lossCauses / sizeof lossCauses[0];
+
 // The losses not yet reported, taken for one record of the facility.
 struct Losses {
-    uint32_t held = 0;
-    uint32_t full = 0;
-    uint32_t total() const { return held + full; }
+    uint32_t count[causeCount] = {};
+    uint32_t total() const
+    {
+        uint32_t sum = 0;
+        for (uint32_t c : count)
+            sum += c;
+        return sum;
+    }
 };
 
 Losses takeLosses(Live& live)
 {
-    return Losses{__atomic_exchange_n(&live.control->lostHeld, 0u, __ATOMIC_ACQ_REL),
-                  __atomic_exchange_n(&live.control->lostFull, 0u, __ATOMIC_ACQ_REL)};
+    Losses losses;
+    for (int i = 0; i < causeCount; ++i)
+        losses.count[i] = __atomic_exchange_n(&(live.control->*lossCauses[i].count), 0u, __ATOMIC_ACQ_REL);
+    return losses;
 }
 
 void giveBackLosses(Live& live, const Losses& losses)
 {
-    __atomic_add_fetch(&live.control->lostHeld, losses.held, __ATOMIC_RELAXED);
-    __atomic_add_fetch(&live.control->lostFull, losses.full, __ATOMIC_RELAXED);
+    for (int i = 0; i < causeCount; ++i)
+        __atomic_add_fetch(&(live.control->*lossCauses[i].count), losses.count[i], __ATOMIC_RELAXED);
     ringMarkLoss(live);
 }
 
+// "lost 3 records while a reader held the trace", or with several causes
+// "lost 5 records: 3 while a reader held the trace, 2 while ...".
 std::size_t lossText(const Losses& losses, char* text, std::size_t size)
 {
-    const char* noun = losses.total() == 1 ? "record" : "records";
-    int n = 0;
-    if (losses.held != 0 && losses.full != 0)
-        n = std::snprintf(text, size, "lost %u %s: %u while a reader held the trace, %u while the buffer was full",
-                          losses.total(), noun, losses.held, losses.full);
-    else
-        n = std::snprintf(text, size, "lost %u %s while %s", losses.total(), noun,
-                          losses.held != 0 ? "a reader held the trace" : "the buffer was full");
-    return n < 0 ? 0 : std::min(static_cast<std::size_t>(n), size - 1);
+    int causes = 0;
+    for (uint32_t c : losses.count)
+        causes += c != 0 ? 1 : 0;
+    std::size_t used = 0;
+    auto put = [&](int n) { used += n < 0 ? 0 : std::min(static_cast<std::size_t>(n), size - 1 - used); };
+    put(std::snprintf(text, size, "lost %u %s%s", losses.total(), losses.total() == 1 ? "record" : "records",
+                      causes > 1 ? ":" : ""));
+    const char* separator = " ";
+    for (int i = 0; i < causeCount; ++i) {
+        if (losses.count[i] == 0)
+            continue;
+        if (causes > 1)
+            put(std::snprintf(text + used, size - used, "%s%u while %s", separator, losses.count[i],
+                              lossCauses[i].why));
+        else
+            put(std::snprintf(text + used, size - used, " while %s", lossCauses[i].why));
+        separator = ", ";
+    }
+    return used;
 }
 
 // Why a record was not placed.
-enum class Refusal { none, closed, held, full, lost };
+enum class Refusal { none, closed, held, full, busy, lost };
 
 Refusal refusalOf(const RingState& s)
 {
@@ -166,6 +199,26 @@ Refusal refusalOf(const RingState& s)
     if (s.full)
         return Refusal::full;
     return Refusal::none;
+}
+
+void giveBackZones(Live& live, const Placement* places, int upTo)
+{
+    for (int i = 0; i < upTo; ++i) {
+        if (ringEntersZone(live, places[i]))
+            ringGiveBackZone(live, places[i]);
+    }
+}
+
+// Claims the zones that the places enter; on failure nothing stays claimed.
+bool claimZones(Live& live, const Placement* places, int count, int& claimed)
+{
+    for (claimed = 0; claimed < count; ++claimed) {
+        if (ringEntersZone(live, places[claimed]) && !ringEnterZone(live, places[claimed])) {
+            giveBackZones(live, places, claimed);
+            return false;
+        }
+    }
+    return true;
 }
 
 // Takes places for `count` records of the given sizes, in order, with one
@@ -191,10 +244,14 @@ Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial,
             if (!ringPlace(live, next, aligned[i], keepInitial, out[i]))
                 return Refusal::full;
         }
+        int claimed = 0;
+        if (!claimZones(live, out, count, claimed))
+            return Refusal::busy;
         if (casRing(live, word, next.encode())) {
             lap = next.lap;
             return Refusal::none;
         }
+        giveBackZones(live, out, claimed);
     }
 }
 
@@ -207,6 +264,8 @@ int drop(Live& live, Refusal refusal)
         countLoss(live, &Control::lostFull);
         ringMarkFull(live);
         setTraceField(live, &trcHeader_t::traceFull);
+    } else if (refusal == Refusal::busy) {
+        countLoss(live, &Control::lostBusy);
     }
     return 1;
 }
@@ -214,8 +273,11 @@ int drop(Live& live, Refusal refusal)
 void writePlaced(Live& live, const Placement& p, uint16_t lap, const RecordSource& record, int32_t length, Stamp stamp)
 {
     // A filler that closes the area is of the lap before the wrap.
-    if (p.fillerSize != 0)
+    if (p.fillerSize != 0) {
         ringWriteFiller(live, p.fillerAt, p.fillerSize, p.at < p.fillerAt ? previousLap(lap) : lap);
+        if (ringOwnFiller(live, p) == 0)
+            ringCountCommit(live, p.fillerAt, p.fillerSize);
+    }
     writeRecord(live, p.at, lap, record, length, stamp);
 }
 
