@@ -23,13 +23,15 @@ char* trcPrintCore(char* dest, const char* format, va_list args);
 // error of a wide character, or a text longer than INT_MAX).
 int trcPrintCoreN(char* dest, std::size_t size, const char* format, va_list args);
 
-// Length of the text in dest (strlen), or -1 if it could not be produced.
+// Length of the text in dest (strlen): after a conversion that failed
+// part-way, the length of the text produced before it.
 int trcPrintStr(char* dest, const char* format, ...);
 int trcPrintStrVar(char* dest, const char* format, va_list args);
 
-// The result of printing the text with printf/fprintf, or -1 without
-// printing anything if the text could not be produced or no room could be
-// allocated for it. Texts of any length are printed whole.
+// The result of printing the text with printf/fprintf. After a conversion
+// that failed part-way, the text produced before it is printed; -1 without
+// printing when no room could be allocated. Texts of any length are printed
+// whole.
 int trcPrintOut(const char* format, ...);
 int trcPrintOutVar(const char* format, va_list args);
 int trcPrintFile(FILE* stream, const char* format, ...);
