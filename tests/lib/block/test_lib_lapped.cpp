@@ -69,22 +69,35 @@ protected:
 
 }  // namespace
 
+// The writer is let go a few records after the others began to drop: well
+// within the time after which it would be given up, unless this process
+// was itself held up; then the case is tried again.
 TEST_F(LibLapped, TheOthersDropTheirRecordsRatherThanTakeItsPlace)
 {
-    pid_t held = stoppedWriter();
-    uint32_t dropped = 0;
-    uint32_t n = 0;
-    for (; n < 20000; ++n)
-        dropped += writePattern(n) == 1 ? 1 : 0;
-    EXPECT_GT(dropped, 0u);
-    kill(held, SIGCONT);
-    int status = 0;
-    ASSERT_EQ(waitpid(held, &status, 0), held);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    ASSERT_EQ(writePattern(n), 0);
-    std::vector<std::string> texts = facilityTexts(dumpAndWalk(dir));
-    ASSERT_EQ(texts.size(), 1u);
-    EXPECT_EQ(texts[0], "lost " + std::to_string(dropped) + " records while a slow writer held its place ahead");
+    using Clock = std::chrono::steady_clock;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        ASSERT_EQ(attempt == 0 || (trcOff(0) == 0 && turnOn(args) == 0), true);
+        pid_t held = stoppedWriter();
+        uint32_t dropped = 0, n = 0;
+        Clock::time_point firstDrop;
+        for (; dropped < 100 && n < 1'000'000; ++n) {
+            if (writePattern(n) == 1 && dropped++ == 0)
+                firstDrop = Clock::now();
+        }
+        kill(held, SIGCONT);
+        int status = 0;
+        ASSERT_EQ(waitpid(held, &status, 0), held);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        ASSERT_EQ(dropped, 100u);
+        if (Clock::now() - firstDrop > std::chrono::milliseconds(30))
+            continue;
+        ASSERT_EQ(writePattern(n), 0);
+        std::vector<std::string> texts = facilityTexts(dumpAndWalk(dir));
+        ASSERT_EQ(texts.size(), 1u);
+        EXPECT_EQ(texts[0], "lost 100 records while a slow writer held its place ahead");
+        return;
+    }
+    FAIL() << "this process was held up too long in every attempt";
 }
 
 TEST_F(LibLapped, AWriterHeldUpTooLongIsGivenUp)
