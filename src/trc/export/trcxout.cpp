@@ -14,7 +14,7 @@ constexpr char replacement[] = "\xEF\xBF\xBD";  // U+FFFD
 
 }  // namespace
 
-void trcxOutOpen(trcxOut_t* o, FILE* out, const char* outName)
+void trcxOutOpen(trcxOut_t* o, FILE* out, const char* outName) noexcept
 {
     o->buffer = static_cast<char*>(std::malloc(bufferSize));
     if (o->buffer == nullptr) {
@@ -26,7 +26,7 @@ void trcxOutOpen(trcxOut_t* o, FILE* out, const char* outName)
     o->outName = outName;
 }
 
-void trcxOutFlush(trcxOut_t* o)
+void trcxOutFlush(trcxOut_t* o) noexcept
 {
     if (o->used != 0 && std::fwrite(o->buffer, 1, o->used, o->out) != o->used) {
         trcError(trcFExit, trcMsgGet(msgCannotWrite), o->outName);
@@ -34,14 +34,14 @@ void trcxOutFlush(trcxOut_t* o)
     o->used = 0;
 }
 
-void trcxOutDiscard(trcxOut_t* o)
+void trcxOutDiscard(trcxOut_t* o) noexcept
 {
     std::free(o->buffer);
     o->buffer = nullptr;
     o->used = 0;
 }
 
-void trcxOutClose(trcxOut_t* o)
+void trcxOutClose(trcxOut_t* o) noexcept
 {
     trcxOutFlush(o);
     if (std::fflush(o->out) != 0 || std::ferror(o->out)) {
@@ -51,7 +51,7 @@ void trcxOutClose(trcxOut_t* o)
     o->buffer = nullptr;
 }
 
-void trcxDigits(char* last, unsigned long long value)
+void trcxDigits(char* last, unsigned long long value) noexcept
 {
     static constexpr char pairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
                                     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
@@ -70,7 +70,7 @@ void trcxDigits(char* last, unsigned long long value)
     }
 }
 
-void trcxPutMicros(trcxOut_t* o, int64_t ns)
+void trcxPutMicros(trcxOut_t* o, int64_t ns) noexcept
 {
     unsigned long long v = static_cast<unsigned long long>(ns);
     if (ns < 0) {
@@ -84,7 +84,7 @@ void trcxPutMicros(trcxOut_t* o, int64_t ns)
     trcxPut(o, text, sizeof text);
 }
 
-void trcxPutHex(trcxOut_t* o, unsigned long long value)
+void trcxPutHex(trcxOut_t* o, unsigned long long value) noexcept
 {
     static constexpr char hexDigits[] = "0123456789abcdef";
     char digits[18];
@@ -101,7 +101,7 @@ void trcxPutHex(trcxOut_t* o, unsigned long long value)
 
 // Well-formed UTF-8 as Unicode defines it: no overlong forms, no
 // surrogates, nothing above U+10FFFF.
-std::size_t trcxUtf8Length(const unsigned char* t, std::size_t left)
+std::size_t trcxUtf8Length(const unsigned char* t, std::size_t left) noexcept
 {
     const unsigned char c = t[0];
     if (c < 0x80) {
@@ -144,7 +144,7 @@ namespace {
 // The byte at i begins a character outside ASCII: copies it when it is
 // valid UTF-8, else puts U+FFFD for that one byte. Returns where the next
 // character begins.
-std::size_t putUtf8At(trcxOut_t* o, const char* text, std::size_t length, std::size_t i)
+std::size_t putUtf8At(trcxOut_t* o, const char* text, std::size_t length, std::size_t i) noexcept
 {
     const auto* t = reinterpret_cast<const unsigned char*>(text);
     const std::size_t n = trcxUtf8Length(t + i, length - i);
@@ -158,7 +158,7 @@ std::size_t putUtf8At(trcxOut_t* o, const char* text, std::size_t length, std::s
 
 }  // namespace
 
-void trcxPutJsonText(trcxOut_t* o, const char* text, std::size_t length)
+void trcxPutJsonText(trcxOut_t* o, const char* text, std::size_t length) noexcept
 {
     static constexpr char hexDigits[] = "0123456789abcdef";
     const auto* t = reinterpret_cast<const unsigned char*>(text);
@@ -202,7 +202,7 @@ void trcxPutJsonText(trcxOut_t* o, const char* text, std::size_t length)
     }
 }
 
-void trcxPutCsvText(trcxOut_t* o, const char* text, std::size_t length)
+void trcxPutCsvText(trcxOut_t* o, const char* text, std::size_t length) noexcept
 {
     const auto* t = reinterpret_cast<const unsigned char*>(text);
     trcxPutChar(o, '"');

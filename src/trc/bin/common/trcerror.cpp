@@ -13,7 +13,7 @@
 
 const char* trcPgmName = "???";
 
-void trcErrorName(const char* path)
+void trcErrorName(const char* path) noexcept
 {
     if (path == nullptr) {
         return;
@@ -24,9 +24,9 @@ void trcErrorName(const char* path)
 
 // The value of 416 is the negated error number. Negation through unsigned
 // arithmetic wraps instead of overflowing for the most negative value.
-static int negated(int value) { return static_cast<int>(0u - static_cast<unsigned>(value)); }
+static int negated(int value) noexcept { return static_cast<int>(0u - static_cast<unsigned>(value)); }
 
-static void printErrnoLine(int savedErrno)
+static void printErrnoLine(int savedErrno) noexcept
 {
     if (savedErrno > 0) {
         std::printf(trcMsgGet(msgLibraryErrno), savedErrno);
@@ -36,7 +36,7 @@ static void printErrnoLine(int savedErrno)
     std::printf("\n");
 }
 
-static void handleError(int withErrno, trcExitFunction_t exitFunction, const char* format, va_list args)
+static void handleError(int withErrno, trcExitFunction_t exitFunction, const char* format, va_list args) noexcept
 {
     // Taken first: the output below may change errno.
     const int savedErrno = errno;
@@ -50,7 +50,7 @@ static void handleError(int withErrno, trcExitFunction_t exitFunction, const cha
     }
 }
 
-void trcError(trcExitFunction_t exitFunction, const char* format, ...)
+void trcError(trcExitFunction_t exitFunction, const char* format, ...) noexcept
 {
     va_list args;
     va_start(args, format);
@@ -58,7 +58,7 @@ void trcError(trcExitFunction_t exitFunction, const char* format, ...)
     va_end(args);
 }
 
-void trcErrorSys(trcExitFunction_t exitFunction, const char* format, ...)
+void trcErrorSys(trcExitFunction_t exitFunction, const char* format, ...) noexcept
 {
     va_list args;
     va_start(args, format);
@@ -66,7 +66,7 @@ void trcErrorSys(trcExitFunction_t exitFunction, const char* format, ...)
     va_end(args);
 }
 
-void trcFail(const char* format, ...)
+void trcFail(const char* format, ...) noexcept
 {
     va_list args;
     va_start(args, format);
@@ -75,7 +75,7 @@ void trcFail(const char* format, ...)
     std::exit(1);
 }
 
-void trcFailSys(const char* format, ...)
+void trcFailSys(const char* format, ...) noexcept
 {
     va_list args;
     va_start(args, format);

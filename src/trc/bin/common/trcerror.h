@@ -10,21 +10,21 @@ using trcExitFunction_t = void (*)(int);
 
 // Points trcPgmName behind the last '/' of path (into the caller's string,
 // nothing is copied); a null path leaves the name as it is.
-void trcErrorName(const char* path);
+void trcErrorName(const char* path) noexcept;
 
 // Prints the formatted text and "\n" on standard output, then calls
 // exitFunction(1) if one is given, else returns. The format is usually a
 // message from trcMsgGet.
-void trcError(trcExitFunction_t exitFunction, const char* format, ...);
+void trcError(trcExitFunction_t exitFunction, const char* format, ...) noexcept;
 
 // As trcError, but adds a line with the errno found on entry: message 415
 // for a positive value, 416 with the value negated for a negative one, an
 // empty line for zero.
-void trcErrorSys(trcExitFunction_t exitFunction, const char* format, ...);
+void trcErrorSys(trcExitFunction_t exitFunction, const char* format, ...) noexcept;
 
 // trcError and trcErrorSys that end the process with status 1: the way for
 // a command to report a failure it does not go on from.
-[[noreturn]] void trcFail(const char* format, ...);
-[[noreturn]] void trcFailSys(const char* format, ...);
+[[noreturn]] void trcFail(const char* format, ...) noexcept;
+[[noreturn]] void trcFailSys(const char* format, ...) noexcept;
 
 #endif

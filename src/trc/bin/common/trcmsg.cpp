@@ -229,7 +229,7 @@ static_assert(std::size(defaultMsgs) == 104, "the message table has 104 rows");
 
 const int defaultMsgCount = static_cast<int>(std::size(defaultMsgs));
 
-const char* trcMsgGetDefault(int number)
+const char* trcMsgGetDefault(int number) noexcept
 {
     for (const trcMsgRow_t& row : defaultMsgs) {
         if (row.number == number) {
@@ -240,9 +240,9 @@ const char* trcMsgGetDefault(int number)
     return "";
 }
 
-const char* trcMsgGet(int number) { return trcMsgGetDefault(number); }
+const char* trcMsgGet(int number) noexcept { return trcMsgGetDefault(number); }
 
-void trcMsgError(const char* format, ...)
+void trcMsgError(const char* format, ...) noexcept
 {
     std::printf("%s: ", trcPgmName);
     va_list args;

@@ -18,12 +18,12 @@ extern const int defaultMsgCount;
 
 // Text of a message; the empty text (after a line on standard output) if the
 // number is unknown. The pointer lives for the whole process.
-const char* trcMsgGet(int number);
-const char* trcMsgGetDefault(int number);
+const char* trcMsgGet(int number) noexcept;
+const char* trcMsgGetDefault(int number) noexcept;
 
 // Writes "<program>: " the formatted text and ".\n" to standard output; the
 // format itself ends without full stop or newline.
-void trcMsgError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void trcMsgError(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
 // Opens the first "<dir>/<fileName>" along the ':'-separated list held in the
 // environment variable envName. Null if none opens: errno is EINVAL if the
