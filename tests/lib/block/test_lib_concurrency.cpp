@@ -1,5 +1,6 @@
 // Writers in several processes and threads, readers that dump and clear
-// meanwhile, and writers that die at any moment.
+// meanwhile, writers that die at any moment, and a writer held up in the
+// middle of its record while the others come round the whole buffer.
 #include "libtest.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include <signal.h>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <thread>
 
@@ -45,6 +47,29 @@ int64_t writeInTwoThreads(uint32_t count)
 
 // Records of the facility itself: losses, and slots given up.
 bool isFacilityRecord(const Found& f) { return f.ids[0] == 255; }
+
+std::vector<std::string> facilityTexts(const Walked& w)
+{
+    std::vector<std::string> texts;
+    for (const Found& f : w.records)
+        if (isFacilityRecord(f))
+            texts.push_back(f.data);
+    return texts;
+}
+
+// A fault_writer that stops itself in the middle of its one record.
+pid_t stoppedWriter()
+{
+    pid_t pid = fork();
+    if (pid == 0) {
+        execl(FAULT_WRITER_PATH, FAULT_WRITER_PATH, "1", "stop", "1", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, WUNTRACED), pid);
+    EXPECT_TRUE(WIFSTOPPED(status)) << status;
+    return pid;
+}
 
 // Every record whole, a pattern record or one of the facility, and each
 // writer's numbers and time stamps rising.
@@ -204,4 +229,69 @@ TEST(LibConcurrency, WritersKilledAtAnyMomentLeaveAReadableTrace)
         ASSERT_FALSE(w.records.empty());
         EXPECT_EQ(w.records.back().data, patternText(round));
     }
+}
+
+// The writer is let go a few records after the others began to drop: well
+// within the time after which it would be given up, unless this process
+// was itself held up; then the case is tried again.
+TEST(LibConcurrency, TheOthersDropTheirRecordsRatherThanTakeItsPlace)
+{
+    using Clock = std::chrono::steady_clock;
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.bufferSize = 65536 * 4;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        ASSERT_EQ(attempt == 0 || trcOff(0) == 0, true);
+        ASSERT_EQ(turnOn(args), 0);
+        pid_t held = stoppedWriter();
+        uint32_t dropped = 0, n = 0;
+        Clock::time_point firstDrop;
+        for (; dropped < 100 && n < 1'000'000; ++n) {
+            if (writePattern(n) == 1 && dropped++ == 0)
+                firstDrop = Clock::now();
+        }
+        kill(held, SIGCONT);
+        int status = 0;
+        ASSERT_EQ(waitpid(held, &status, 0), held);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        ASSERT_EQ(dropped, 100u);
+        if (Clock::now() - firstDrop > std::chrono::milliseconds(30))
+            continue;
+        ASSERT_EQ(writePattern(n), 0);
+        Walked w = dumpAndWalk(dir);
+        checkDump(w);
+        std::vector<std::string> texts = facilityTexts(w);
+        ASSERT_EQ(texts.size(), 1u);
+        EXPECT_EQ(texts[0], "lost 100 records while a slow writer held its place ahead");
+        return;
+    }
+    FAIL() << "this process was held up too long in every attempt";
+}
+
+TEST(LibConcurrency, AWriterHeldUpTooLongIsGivenUp)
+{
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.bufferSize = 65536 * 4;
+    ASSERT_EQ(turnOn(args), 0);
+    pid_t held = stoppedWriter();
+    auto start = std::chrono::steady_clock::now();
+    bool dropping = false, storedAgain = false;
+    for (uint32_t n = 0; !storedAgain && std::chrono::steady_clock::now() - start < std::chrono::seconds(5); ++n) {
+        int rc = writePattern(n);
+        storedAgain = dropping && rc == 0;
+        dropping = dropping || rc == 1;
+        if (dropping)
+            usleep(1000);
+    }
+    EXPECT_TRUE(storedAgain);
+    kill(held, SIGKILL);
+    waitpid(held, nullptr, 0);
+    Walked w = dumpAndWalk(dir);
+    checkDump(w);
+    std::vector<std::string> texts = facilityTexts(w);
+    ASSERT_FALSE(texts.empty());
+    EXPECT_NE(texts[0].find("while a slow writer held its place ahead"), std::string::npos) << texts[0];
 }
