@@ -42,6 +42,7 @@ struct ExportDir {
         return run(KELVO_EXPORT_PATH, args);
     }
     kelvotest::RunResult stats(const std::vector<std::string>& args) const { return run(KELVO_STATS_PATH, args); }
+    kelvotest::RunResult tool(const std::vector<std::string>& args) const { return run(kelvotest::toolPath(), args); }
     // The canonical lines of the checker for a JSON file; fails the test
     // if the checker refuses it.
     std::string checked(const std::string& path) const
@@ -52,6 +53,7 @@ struct ExportDir {
         EXPECT_EQ(r.status, 0);
         return r.out;
     }
+    std::string checkedText(const std::string& json) const { return checked(dir.write("checked.json", json)); }
 };
 
 // A record of thread tid of process 100 at 100 s and ns nanoseconds (no
