@@ -1,14 +1,9 @@
 #!/usr/bin/env python3
-"""Checks a Trace Event Format file as kelvo-export writes it and prints its
-events in a canonical form, one line each, in the order of the file.
-
-Fails (status 1, reason on standard error) unless: the file is strict UTF-8
-JSON; it is an object with traceEvents and displayTimeUnit "ns"; every
-slice and instant has pid, tid, a number ts (and dur >= 0 for a slice) and
-stands on a thread and in a process that metadata events name; and the
-slices of each thread nest: two slices are either apart or one holds the
-other.
-"""
+"""Prints the events of a Trace Event Format file from kelvo-export in a
+canonical form, one line each. Fails unless the file is strict UTF-8 JSON
+with traceEvents and displayTimeUnit "ns", every event names its pid and tid,
+every thread and process is named by metadata, and the slices of each
+thread nest."""
 import decimal
 import json
 import sys
@@ -32,11 +27,9 @@ def main():
         data = json.loads(raw.decode("utf-8", errors="strict"), parse_float=decimal.Decimal)
     except (UnicodeDecodeError, json.JSONDecodeError) as e:
         fail("not JSON: %s" % e)
-    if not isinstance(data, dict) or data.get("displayTimeUnit") != "ns":
-        fail("not an object with displayTimeUnit ns")
-    events = data.get("traceEvents")
-    if not isinstance(events, list):
-        fail("no traceEvents list")
+    if not isinstance(data, dict) or data.get("displayTimeUnit") != "ns" or not isinstance(data.get("traceEvents"), list):
+        fail("not an object with displayTimeUnit ns and a traceEvents list")
+    events = data["traceEvents"]
     processes, threads, slices, lines = set(), set(), {}, []
     for e in events:
         ph, pid, tid = e.get("ph"), e.get("pid"), e.get("tid")

@@ -42,6 +42,9 @@ const std::string usageText =
     "Usage: kelvo-stats [-m <mask>] [-p <pid>] [-x [first][-[last]]] [-s calls|total|self|max] "
     "[-n <rows>] [--csv] [<source>]\n";
 const std::string header = "function,calls,total_ns,self_ns,min_ns,avg_ns,max_ns,errors\n";
+const std::string openRow = "\"Core Reader::open\",1,10000,3000,10000,10000,10000,0\n";
+const std::string readRow = "\"Core Reader::read\",3,9000,8000,1000,3000,6000,1\n";
+const std::string closeRow = "\"Core Reader::close\",1,5000,5000,5000,5000,5000,1\n";
 
 }  // namespace
 
@@ -50,23 +53,17 @@ TEST(Stats, FiguresOfAKnownCallTreeAreExact)
     ExportDir d;
     const std::string trace = d.save(knownTree());
     const RunResult csv = d.stats({"--csv", trace});
-    EXPECT_EQ(csv.out, header + "\"Core Reader::open\",1,10000,3000,10000,10000,10000,0\n"
-                                "\"Core Reader::read\",3,9000,8000,1000,3000,6000,1\n"
-                                "\"Core Reader::close\",1,5000,5000,5000,5000,5000,1\n");
+    EXPECT_EQ(csv.out, header + openRow + readRow + closeRow);
     EXPECT_EQ(csv.err, "");
     EXPECT_EQ(csv.status, 0);
 
     // Sorted by calls, own time and longest call; ties by name.
-    EXPECT_EQ(d.stats({"--csv", "-s", "calls", "-n", "2", trace}).out,
-              header + "\"Core Reader::read\",3,9000,8000,1000,3000,6000,1\n"
-                       "\"Core Reader::close\",1,5000,5000,5000,5000,5000,1\n");
-    EXPECT_EQ(d.stats({"--csv", "-s", "self", "-n", "1", trace}).out,
-              header + "\"Core Reader::read\",3,9000,8000,1000,3000,6000,1\n");
+    EXPECT_EQ(d.stats({"--csv", "-s", "calls", "-n", "2", trace}).out, header + readRow + closeRow);
+    EXPECT_EQ(d.stats({"--csv", "-s", "self", "-n", "1", trace}).out, header + readRow);
     EXPECT_EQ(d.stats({"--csv", "-s", "max", "-n", "0", trace}).out, header);
 
     // The selection takes the calls that a selected record opens or ends.
-    EXPECT_EQ(d.stats({"--csv", "-x", "7-8", trace}).out,
-              header + "\"Core Reader::close\",1,5000,5000,5000,5000,5000,1\n");
+    EXPECT_EQ(d.stats({"--csv", "-x", "7-8", trace}).out, header + closeRow);
     EXPECT_EQ(d.stats({"--csv", "-p", "101", trace}).out, header);
 }
 
