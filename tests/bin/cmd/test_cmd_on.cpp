@@ -3,6 +3,7 @@
 #include <sys/statvfs.h>
 
 #include <cerrno>
+#include <sstream>
 #include <tuple>
 
 #include "cmd_live.h"
@@ -33,6 +34,17 @@ kelvotest::RunResult onInProcess(std::vector<std::string> args, int withErrno = 
     });
 }
 
+// The words of a command line written with single spaces.
+std::vector<std::string> split(const std::string& line)
+{
+    std::vector<std::string> words;
+    std::istringstream in(line);
+    for (std::string word; in >> word;) {
+        words.push_back(word);
+    }
+    return words;
+}
+
 }  // namespace
 
 // In this program mainOn calls this trcOn, not the facility's: it shows
@@ -52,91 +64,58 @@ extern "C" int32_t trcOn(int32_t reserved, const uint8_t* mask, int32_t pid, int
     return fakeOnErrno == 0 ? 0 : -1;
 }
 
-// No refusal reaches the facility: the instance never gets a trace.
+// No refusal reaches the facility: the instance never gets a trace. The
+// value of an option is the next word, whatever it looks like.
 TEST(CommandOn, RefusalsPrintTheMessageAndTheUsage)
 {
-    const std::vector<std::pair<std::vector<std::string>, int>> cases = {
-        {{"help"}, -1},
-        {{"-x"}, 102},
-        {{"help", "-s"}, 102},
-        {{"-s", "help"}, 102},
-        {{"-e", "-1", "-nonsense"}, 102},
-        {{"-l", "-5"}, 102},
-        {{"-c"}, 101},
-        {{"-m"}, 101},
-        {{"-f"}, 101},
-        {{"-s", "-pause_attrib"}, 101},
-        {{"-m", "1.x"}, 103},
-        {{"-pause_mask", "q"}, 103},
-        {{"-e", "0"}, 104},
-        {{"-e", "-2"}, 104},
-        {{"-E", "five"}, 104},
-        {{"-r", "32769"}, 105},
-        {{"-r", "-1"}, 105},
-        {{"-l", "abc"}, 106},
-        {{"-i", "12x"}, 106},
-        {{"-p", "12.5"}, 108},
-        {{"-c", "1x"}, 109},
-        {{"-rc", "0"}, 110},
-        {{"-rc", ""}, 110},
-        {{"-f", std::string(256, 'f')}, 114},
-        {{"-n", "-i"}, 115},
-        {{"-mmio", "-i", "100"}, 115},
-        {{"-n", "-l", "100"}, 116},
-        {{"-n", "-l", "0"}, 116},
-        {{"-mmio", "-l", "0"}, 116},
-        {{"-crash", "x"}, 117},
-        {{"-this", "0xg"}, 118},
-        {{"-mmio", "-l", "100"}, 419},
-        {{"-mmio", "-s"}, 419},
-        {{"-mmio", "-n"}, 419},
-        {{"-f", "t", "-mmio"}, 419},
-        {{"-pause_attrib", "-2"}, 424},
-    };
+    // Each row: a message, then the command lines ("|" between two) refused with it.
     LiveInstance live;
-    for (const auto& [args, message] : cases) {
-        SCOPED_TRACE(::testing::PrintToString(args));
-        EXPECT_RUN(live.run(words("on", args)), refusal(8, message), 1);
+    for (const char* row :
+         {"-1:help", "102:-x|help -s|-e -1 -nonsense|-l -5", "101:-c|-f|-s -pause_attrib", "103:-m 1.x|-pause_mask q",
+          "104:-e 0|-e -2", "105:-r 32769|-r -1", "106:-l abc|-i 12x", "108:-p 12.5", "109:-c 1x", "110:-rc 0",
+          "115:-n -i", "116:-n -l 0|-mmio -l 0", "117:-crash x", "118:-this 0xg",
+          "419:-mmio -l 100|-mmio -s|-f t -mmio", "424:-pause_attrib -2"}) {
+        std::istringstream in(std::strchr(row, ':') + 1);
+        for (std::string args; std::getline(in, args, '|');) {
+            SCOPED_TRACE(args);
+            EXPECT_RUN(live.run(split("on " + args)), refusal(8, std::atoi(row)), 1);
+        }
     }
+    EXPECT_RUN(live.run({"on", "-f", std::string(256, 'f')}), refusal(8, 114), 1);
     EXPECT_EQ(live.settings(), "no trace");
 }
 
 // Each row: the options, and the settings in which the trace differs from
-// a plain `on`.
+// a plain `on`. The crash mask leaves out the product: its maps begin with
+// the event. A repeated option keeps its last value.
 TEST(CommandOn, WhatEachOptionSets)
 {
     TempDir dir;
     openToAll(dir);
-    const std::string file = dir.file("t.bin");
     const std::string longest = dir.path() + "/" + std::string(254 - dir.path().size(), 'n');
-    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{}, ""},
-        {{"-debug"}, "flags=9"},
-        {{"-S", "-DEBUG"}, "flags=9"},
-        {{"-n"}, "flags=140 size=0"},
-        {{"-s", "-n"}, "flags=141"},
-        {{"-i"}, "flags=145"},
-        {{"-l", "4096", "-i"}, "flags=153 size=4096"},
-        {{"-i", "65536", "-l"}, "flags=153 size=65536"},
-        {{"-l", "-s"}, ""},
-        {{"-l", "0x20000"}, "size=131072"},
-        {{"-t"}, "flags=393"},
-        {{"-f", file}, "flags=138 file=" + file},
-        {{"-f", longest}, "flags=138 file=" + longest},
-        {{"-m", "1.2", "-p", "0x10",          "-c", "010",         "-this", "0x1000", "-rc",         "-5", "-e",
-          "-1", "-r",  "0",  "-pause_attrib", "-1", "-pause_mask", "2",     "-crash", "9.2.3.4.5.6", "-l", "8192"},
-         // The crash mask leaves out the product: its maps begin with the event.
-         "flags=1737 size=8192 mask=1.2.*.*.*.* pid=16 cpid=8 this=0x1000 rc=-5 e=-1 r=0 "
-         "pause=2.*.*.*.*.* crash=2.3.4.5.6.*"},
-        {{"-M", "1", "-m", "3.4", "-e", "7", "-e", "2", "-r", "100", "-r", "200"}, "mask=3.4.*.*.*.* e=2 r=200"},
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"", ""},
+        {"-debug", "flags=9"},
+        {"-n", "flags=140 size=0"},
+        {"-s -n", "flags=141"},
+        {"-l 4096 -i", "flags=153 size=4096"},
+        {"-i 65536 -l", "flags=153 size=65536"},
+        {"-l -s", ""},
+        {"-t", "flags=393"},
+        {"-f " + longest, "flags=138 file=" + longest},
+        {"-m 1.2 -p 0x10 -c 010 -this 0x1000 -rc -5 -e -1 -r 0 -pause_attrib -1 -pause_mask 2 -crash 9.2.3.4.5.6 -l "
+         "0x2000",
+         "flags=1737 size=8192 mask=1.2.*.*.*.* pid=16 cpid=8 this=0x1000 rc=-5 e=-1 r=0 pause=2.*.*.*.*.* "
+         "crash=2.3.4.5.6.*"},
+        {"-M 1 -m 3.4 -e 7 -e 2 -r 100 -r 200", "mask=3.4.*.*.*.* e=2 r=200"},
     };
     for (const auto& [args, differences] : cases) {
-        SCOPED_TRACE(::testing::PrintToString(args));
+        SCOPED_TRACE(args);
         LiveInstance live;
-        EXPECT_RUN(live.run(words("on", args)), turnedOn, 0);
+        EXPECT_RUN(live.run(split("on " + args)), turnedOn, 0);
         EXPECT_EQ(live.settings(), changed(defaults, differences));
-        EXPECT_TRUE(args.empty() || args[0] != "-f" || fileExists(args[1]));
     }
+    EXPECT_TRUE(fileExists(longest));
 }
 
 // What the facility refuses comes back as the message of its errno.
@@ -146,20 +125,11 @@ TEST(CommandOn, FailuresOfTheFacility)
     openToAll(dir);
     const std::string closed = dir.file("closed");
     ASSERT_EQ(mkdir(closed.c_str(), 0555), 0);
-    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{"-l", "0"}, refusal(8, 106)},
-        {{"-i", "100"}, refusal(8, 106)},
-        // There is no MMIO trace on this platform.
-        {{"-mmio"}, systemError + "19.\n"},
-        {{"-m", "1", "-mmio", "-l"}, systemError + "19.\n"},
-        // A directory that the trace's account may not write.
-        {{"-f", closed + "/t.bin"}, systemError + "13.\n"},
-    };
+    // No MMIO trace on this platform; a directory the trace's account may not write.
     LiveInstance live;
-    for (const auto& [args, out] : cases) {
-        SCOPED_TRACE(::testing::PrintToString(args));
-        EXPECT_RUN(live.run(words("on", args)), out, 1);
-    }
+    EXPECT_RUN(live.run(split("on -l 0")), refusal(8, 106), 1);
+    EXPECT_RUN(live.run(split("on -m 1 -mmio -l")), systemError + "19.\n", 1);
+    EXPECT_RUN(live.run({"on", "-f", closed + "/t.bin"}), systemError + "13.\n", 1);
     // The largest size there is, where the memory for it is not free.
     struct statvfs shm {};
     if (statvfs("/dev/shm", &shm) == 0 &&
@@ -199,16 +169,13 @@ TEST(CommandOn, WhatTrcOnIsGivenAndWhatItsErrnoGives)
 {
     const std::string mmio = "trcOn(0, 1.50-51.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 168, clear, clear, -1, \"\", 0)\n";
     const std::string product1 = "trcOn(0, 1.*.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 168, clear, clear, -1, \"\", 0)\n";
-    for (const auto& [args, called] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"-mmio"}, mmio},
-             {{"-mmio", "-l"}, mmio},
-             {{"-m", "1", "-mmio"}, product1},
-             {{"-mmio", "-m", "1"}, product1},
-             {{"-pause_mask", "1", "-mmio", "-debug"},
-              "trcOn(0, 1.50-51.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 552, clear, set, -1, \"\", "
-              "0)\n"}}) {
-        SCOPED_TRACE(::testing::PrintToString(args));
-        EXPECT_RUN(onInProcess(words("on", args)), called + turnedOn, 0);
+    for (const auto& [args, called] : std::vector<std::pair<std::string, std::string>>{
+             {"-mmio -l", mmio},
+             {"-mmio -m 1", product1},
+             {"-pause_mask 1 -mmio -debug",
+              "trcOn(0, 1.50-51.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 552, clear, set, -1, \"\", 0)\n"}}) {
+        SCOPED_TRACE(args);
+        EXPECT_RUN(onInProcess(split("on " + args)), called + turnedOn, 0);
     }
     const std::string called = "trcOn(0, *.*.*.*.*.*, -1, -1, -1, 0, 0, 1, 32768, 137, clear, "
                                "clear, -1, \"\", 1048576)\n";

@@ -21,9 +21,7 @@ TEST(BinToStr, ExactDumps)
         {"", 0, ""},
         {"", -5, ""},
         {"A", 1, "\t41" + pad + "A\n"},
-        {"AB", 2, "\t4142 " + std::string(35, ' ') + "AB\n"},
-        {" 01", 3, "\t2030 31" + std::string(33, ' ') + " 01\n"},
-        {std::string(15, '~'), 15, "\t7e7e 7e7e 7e7e 7e7e 7e7e 7e7e 7e7e 7e   " + std::string(15, '~') + '\n'},
+        {"AB ", 3, "\t4142 20" + std::string(33, ' ') + "AB \n"},
         {abc, 16, line},
         {abc + '\0', 17, line + "\t00" + pad + ".\n"},
         {std::string("\x7f\x80\x00\x20\x2e\xff\x1f", 7), 7, "\t7f80 0020 2eff 1f" + std::string(23, ' ') + "... ...\n"},
@@ -37,7 +35,5 @@ TEST(BinToStr, ExactDumps)
         EXPECT_EQ(length, static_cast<int>(c.dump.size())) << c.count;
     }
     EXPECT_EQ(trcBinToStrSize(-1), 1u);
-    EXPECT_EQ(trcBinToStrSize(16), 59u);
-    EXPECT_EQ(trcBinToStrSize(17), 117u);
     EXPECT_EQ(trcBinToStrSize(2147483647), std::size_t{134217728} * 58 + 1);
 }

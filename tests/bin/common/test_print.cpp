@@ -3,17 +3,14 @@
 
 #include <unistd.h>
 
-#include <cfloat>
 #include <climits>
+#include <cstdint>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <string>
-#include <tuple>
-#include <utility>
 
-#include "trcmsg.h"
 #include "trcprint.h"
 
 namespace {
@@ -41,130 +38,98 @@ std::string reference(const char* format, ...)
     return dest;
 }
 
-// The format with every position ("1$" behind "%" or "*") removed.
-std::string withoutPositions(const char* format)
-{
-    std::string plain;
-    for (const char* p = format; *p != '\0'; ++p) {
-        plain += *p;
-        p += (*p == '%' || *p == '*') && p[1] >= '0' && p[1] <= '9' && p[2] == '$' ? 2 : 0;
-    }
-    return plain;
-}
-
-char* core(char* dest, const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    char* result = trcPrintCore(dest, format, args);
-    va_end(args);
-    return result;
-}
-
+// trcPrintCoreN on size bytes, or for SIZE_MAX trcPrintCore, whose result must be dest.
 int coreN(char* dest, std::size_t size, const char* format, ...)
 {
     va_list args;
     va_start(args, format);
-    const int result = trcPrintCoreN(dest, size, format, args);
+    const int result = size == SIZE_MAX ? (trcPrintCore(dest, format, args) == dest ? 0 : -1)
+                                        : trcPrintCoreN(dest, size, format, args);
     va_end(args);
     return result;
 }
 
-// What one trcPrintOut (toStdout) or trcPrintFile call printed, read back
-// from a temporary file, and its result.
+// What trcPrintFile (toFile) or trcPrintOut printed, then "|" and its result.
 template <typename... A>
-std::pair<std::string, int> printed(bool toStdout, const char* format, A... args)
+std::string printed(bool toFile, const char* format, A... args)
 {
     FILE* file = std::tmpfile();
     std::fflush(stdout);
     const int saved = dup(STDOUT_FILENO);
-    dup2(toStdout ? fileno(file) : saved, STDOUT_FILENO);
-    const int result = toStdout ? trcPrintOut(format, args...) : trcPrintFile(file, format, args...);
-    std::fflush(stdout);
+    dup2(toFile ? saved : fileno(file), STDOUT_FILENO);
+    const int result = toFile ? trcPrintFile(file, format, args...) : trcPrintOut(format, args...);
+    std::fflush(nullptr);
     dup2(saved, STDOUT_FILENO);
     close(saved);
-    std::string text;
+    std::string text(4096, '\0');
     std::rewind(file);
-    for (int c; (c = std::fgetc(file)) != EOF;) {
-        text += static_cast<char>(c);
-    }
+    text.resize(std::fread(text.data(), 1, text.size(), file));
     std::fclose(file);
-    return {text, result};
+    return text + "|" + std::to_string(result);
 }
 
 }  // namespace
 
-TEST(PrintPlain, FormatsWithoutPositionsGoToTheLibrary)
+TEST(PrintStr, PositionalAndPlainFormats)
 {
-    EXPECT_EQ(viaStr("100%% and %%%%"), "100% and %%");
+    const wchar_t* wide = L"wide";
+    const std::pair<std::string, std::string> cases[] = {
+        {viaStr("100%% and %%%%"), "100% and %%"},
+        {viaStr(""), ""},
+        // Two digits are no position: the library reads the tenth argument.
+        {viaStr("%10$d", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10), "10"},
+        {viaStr("%2$s %1$d", 7, "text"), "text 7"},
+        {viaStr("[%1$*2$d]", 7, 5), "[    7]"},
+        {viaStr("%3$d %2$lf %1$Le", 1.0L, 2.0, 3), "3 2.000000 1.000000e+00"},
+        {viaStr("%0$d-%1$s", 5, "x"), "5-x"},
+        {viaStr("%1$c%2$s", 0, "x"), ""},
+        {viaStr("%1$% %2$d", 9), "% 9"},
+        {viaStr("100%% %1$d%%", 5), "100% 5%"},
+        {viaStr("%9$d%8$d%7$d%6$d%5$d%4$d%3$d%2$d%1$d", 1, 2, 3, 4, 5, 6, 7, 8, 9), "987654321"},
+        {viaStr("%3$s|%1$-5d|%2$08.3f", 42, 3.14159, "abc"), "abc|42   |0003.142"},
+        {viaStr("%2$ld %1$lu %3$lx", ULONG_MAX, LONG_MIN, 0xdeadbeefcafeL),
+         "-9223372036854775808 18446744073709551615 deadbeefcafe"},
+        {viaStr("[%1$*3$.*2$f]", 3.14159, 2, 10), "[      3.14]"},
+        {viaStr("%2$p %1$#o %3$X", 8u, reinterpret_cast<void*>(0x1234), 255u), "0x1234 010 FF"},
+        {viaStr("%2$hd %1$hhu", 300, 65537), "1 44"},
+        {viaStr("%2$ls|%1$lc|%3$5i|%4$ -7.3i|", wint_t(L'z'), wide, -4, 12), "wide|z|   -4| 012   |"},
+        {viaStr("<%1$.*2$s>", "truncate", 3), "<tru>"},
+        // An unencodable character ends the text; the result is still its length.
+        {viaStr("ab%lsc", L"\x20ac"), "ab"},
+        {viaStr("ab%1$lsc", L"\x20ac"), "ab"},
+    };
+    for (const auto& [got, expected] : cases) {
+        EXPECT_EQ(got, expected);
+    }
     char dest[8];
     EXPECT_EQ(trcPrintStr(dest, "a%cb", 0), 1);  // the length of the text, not what was written
-    EXPECT_EQ(viaStr(""), "");
-    EXPECT_EQ(viaStr(trcMsgGet(423), 42L, 100, 7, 3), "Records formatted       : 42     (pid: 100; tid: 7; node: 3)");
-    // Two digits are no position: the library reads the tenth argument.
-    EXPECT_EQ(viaStr("%10$d", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10), "10");
-    // Mixed styles go to the library as they stand.
-    for (const char* format : {"%1$d %d", "%d %1$d", "%1$d %1$d", "%1$*1$d", "%1$5%|", "%1$zd"}) {
+}
+
+// Mixed styles, positions used twice, incomplete conversions and formats
+// too long to rewrite go to the C library as they stand.
+TEST(PrintStr, FormatsBeyondTheReorderingGoToTheLibrary)
+{
+    for (const char* format : {"%1$d %d", "%d %1$d", "%1$d %1$d", "%1$*1$d", "%1$5%|", "%1$zd", "%1$", "%1$-5", "%1$l",
+                               "%1$*", "%1$*2", "%1$ll", "%2$d%1$d%2$*1$d"}) {
         EXPECT_EQ(viaStr(format, 5, 6), reference(format, 5, 6)) << format;
     }
-}
-
-TEST(PrintPositional, ArgumentsAreReordered)
-{
-    EXPECT_EQ(viaStr("%2$s %1$d", 7, "text"), "text 7");
-    EXPECT_EQ(viaStr("[%1$*2$d]", 7, 5), "[    7]");
-    EXPECT_EQ(viaStr("[%1$-*2$d]", 7, 3), "[7  ]");
-    EXPECT_EQ(viaStr("%1$Lf", 1.5L), "1.500000");
-    EXPECT_EQ(viaStr("%1$lf", 2.25), "2.250000");
-    EXPECT_EQ(viaStr("%3$d %2$lf %1$Le", 1.0L, 2.0, 3), "3 2.000000 1.000000e+00");
-    EXPECT_EQ(viaStr("%0$d-%1$s", 5, "x"), "5-x");
-    EXPECT_EQ(viaStr("%1$c%2$s", 0, "x"), "");
-    EXPECT_EQ(viaStr("%1$% %2$d", 9), "% 9");
-    EXPECT_EQ(viaStr("100%% %1$d%%", 5), "100% 5%");
-    EXPECT_EQ(viaStr("%9$d%8$d%7$d%6$d%5$d%4$d%3$d%2$d%1$d", 1, 2, 3, 4, 5, 6, 7, 8, 9), "987654321");
-}
-
-// A positional format prints what the format without its positions prints
-// with the arguments written in the order that it uses them.
-TEST(PrintPositional, SameAsTheFormatWithArgumentsInOrder)
-{
-    int value = 0;
-    void* pointer = &value;
-    const wchar_t* wide = L"wide";
-#define CASE(format, positional, inOrder)                                                                              \
-    {                                                                                                                  \
-        viaStr(format, positional), reference(withoutPositions(format).c_str(), inOrder), format                       \
-    }
-#define ARGS(...) __VA_ARGS__
-    const std::tuple<std::string, std::string, const char*> cases[] = {
-        CASE("%3$s|%1$-5d|%2$08.3f", ARGS(42, 3.14159, "abc"), ARGS("abc", 42, 3.14159)),
-        CASE("%2$ld %1$lu %3$lx", ARGS(ULONG_MAX, LONG_MIN, 0xdeadbeefcafeL),
-             ARGS(LONG_MIN, ULONG_MAX, 0xdeadbeefcafeL)),
-        CASE("%2$c%1$c%3$+.2e", ARGS('a', 'b', -12345.678), ARGS('b', 'a', -12345.678)),
-        CASE("[%1$*3$.*2$f]", ARGS(3.14159, 2, 10), ARGS(10, 2, 3.14159)),
-        CASE("%2$p %1$#o %3$X", ARGS(8u, pointer, 255u), ARGS(pointer, 8u, 255u)),
-        CASE("%2$-10s|%1$10.4s|", ARGS("abcdefgh", "xy"), ARGS("xy", "abcdefgh")),
-        CASE("%1$Lg %2$G %3$g", ARGS(1.0L / 3, 2e-10, DBL_MAX), ARGS(1.0L / 3, 2e-10, DBL_MAX)),
-        CASE("%2$hd %1$hhu", ARGS(300, 65537), ARGS(65537, 300)),
-        CASE("%2$ls|%1$lc|%3$5i|%4$ -7.3i|", ARGS(wint_t(L'z'), wide, -4, 12), ARGS(wide, wint_t(L'z'), -4, 12)),
-        CASE("%3$#x %2$+d %1$ 05d %4$.0e %5$#.3g", ARGS(-17, 17, 0x1fu, 0.5, 100.0), ARGS(0x1fu, 17, -17, 0.5, 100.0)),
-        CASE("%2$E%1$s%3$o", ARGS("", 1e300, 0u), ARGS(1e300, "", 0u)),
-        CASE("<%1$.*2$s>", ARGS("truncate", 3), ARGS(3, "truncate")),
-    };
-#undef CASE
-#undef ARGS
-    for (const auto& [got, expected, format] : cases) {
-        EXPECT_EQ(got, expected) << format;
+    for (std::size_t length : {1010u, 1100u}) {
+        const std::string format = std::string(length, 'x') + "%2$s %1$d";
+        EXPECT_EQ(viaStr(format.c_str(), 7, "t"), std::string(length, 'x') + "t 7");
     }
 }
 
-TEST(PrintPositional, CountOfCharactersSoFar)
+TEST(PrintStr, CountOfCharactersSoFar)
 {
     int count = -1;
     long longCount = -1;
     short shortCount = -1;
-    EXPECT_EQ(viaStr("%2$s%1$n|%3$d%4$ln%5$hn", &count, "hello", 42, &longCount, &shortCount), "hello|42");
-    EXPECT_EQ(std::make_tuple(count, longCount, shortCount), std::make_tuple(5, 8L, short{8}));
+    signed char charCount = -1;
+    EXPECT_EQ(viaStr("%2$s%1$n|%3$d%4$ln%5$hn%6$hhn", &count, "hello", 42, &longCount, &shortCount, &charCount),
+              "hello|42");
+    EXPECT_EQ(std::to_string(count) + std::to_string(longCount) + std::to_string(shortCount) +
+                  std::to_string(charCount),
+              "5888");
     // The count is that of the whole text even where the room ends first.
     char small[4];
     EXPECT_EQ(coreN(small, sizeof small, "%2$s%1$n!", &count, "abcdef"), 7);
@@ -172,12 +137,12 @@ TEST(PrintPositional, CountOfCharactersSoFar)
     EXPECT_STREQ(small, "abc");
 }
 
+// At most size bytes written, the zero included; the whole length back.
 TEST(PrintCore, BoundedAndUnbounded)
 {
     char dest[32];
-    EXPECT_EQ(core(dest, "%2$s-%1$d", 12345, "abc"), dest);
+    EXPECT_EQ(coreN(dest, SIZE_MAX, "%2$s-%1$d", 12345, "abc"), 0);
     EXPECT_STREQ(dest, "abc-12345");
-    // At most size bytes written, the zero included; the whole length back.
     for (std::size_t size : {0u, 4u, 6u}) {
         std::memset(dest, '#', sizeof dest);
         EXPECT_EQ(coreN(dest, size, "%2$s-%1$d", 12345, "abc"), 9);
@@ -188,44 +153,19 @@ TEST(PrintCore, BoundedAndUnbounded)
     EXPECT_STREQ(dest, "abc-1");
 }
 
-// Formats beyond the limits of the reordering are left to the C library,
-// which must not overflow anything on the way.
-TEST(PrintPositional, FormatsBeyondTheLimits)
-{
-    for (std::size_t length : {1010u, 1100u}) {
-        const std::string format = std::string(length, 'x') + "%2$s %1$d";
-        EXPECT_EQ(viaStr(format.c_str(), 7, "t"), std::string(length, 'x') + "t 7");
-    }
-    for (const char* format : {"%1$", "%1$-5", "%1$l", "%1$*", "%1$*2", "%1$ll"}) {
-        EXPECT_EQ(viaStr(format, 5), reference(format, 5)) << format;
-    }
-    // A position used twice: the library reads the positions itself.
-    EXPECT_EQ(viaStr("%2$d%1$d%2$*1$d", 3, 4), "43  4");
-}
-
 // Standard output and files get what was produced, whole however long, and
 // up to a character that cannot be encoded in the locale.
 TEST(PrintStream, OutAndFilePrintWhatWasProduced)
 {
-    using Printed = std::pair<std::string, int>;
-    const wchar_t euro[] = {0x20ac, 0};
-    const std::string big(3000, 'b'), edge(1023, 'e');
-    const std::string bigText = "7:" + big + ":end";
-    // The Str operations give the length of what stands in the destination.
-    EXPECT_EQ(viaStr("ab%lsc", euro), "ab");
-    EXPECT_EQ(viaStr("ab%1$lsc", euro), "ab");
-    for (bool toStdout : {true, false}) {
-        SCOPED_TRACE(toStdout ? "trcPrintOut" : "trcPrintFile");
-        EXPECT_EQ(printed(toStdout, "%2$s %1$d\n", 7, "text"), (Printed{"text 7\n", 7}));
-        EXPECT_EQ(printed(toStdout, "plain %d\n", 3), (Printed{"plain 3\n", 8}));
-        EXPECT_EQ(printed(toStdout, trcMsgGet(423), 12L, 1, 2, 3),
-                  (Printed{"Records formatted       : 12     (pid: 1; tid: 2; node: 3)", 58}));
-        EXPECT_EQ(printed(toStdout, "before %1$ls after", euro), (Printed{"before ", 7}));
-        EXPECT_EQ(printed(toStdout, "before %ls after", euro), (Printed{"before ", 7}));
-        EXPECT_EQ(printed(toStdout, "%2$d:%1$s:end", big.c_str(), 7), (Printed{bigText, 3006}));
-        EXPECT_EQ(printed(toStdout, "%d:%s:end", 7, big.c_str()), (Printed{bigText, 3006}));
+    const std::string edge(1023, 'e');
+    for (bool toFile : {false, true}) {
+        SCOPED_TRACE(toFile ? "trcPrintFile" : "trcPrintOut");
+        EXPECT_EQ(printed(toFile, "%2$s %1$d\n", 7, "text"), "text 7\n|7");
+        EXPECT_EQ(printed(toFile, "plain %d\n", 3), "plain 3\n|8");
+        EXPECT_EQ(printed(toFile, "before %1$ls after", L"\x20ac"), "before |7");
+        EXPECT_EQ(printed(toFile, "before %ls after", L"\x20ac"), "before |7");
         // At the edge of a local buffer: 1023 and 1024 characters.
-        EXPECT_EQ(printed(toStdout, "%1$s", edge.c_str()), (Printed{edge, 1023}));
-        EXPECT_EQ(printed(toStdout, "%1$s", (edge + 'f').c_str()), (Printed{edge + 'f', 1024}));
+        EXPECT_EQ(printed(toFile, "%1$s", edge.c_str()), edge + "|1023");
+        EXPECT_EQ(printed(toFile, "%s:", edge.c_str()), edge + ":|1024");
     }
 }
