@@ -76,24 +76,15 @@ pid_t stoppedWriter()
 void checkDump(const Walked& w)
 {
     ASSERT_TRUE(w.complete);
-    std::map<std::pair<uint32_t, uint32_t>, int64_t> last;
-    std::map<std::pair<uint32_t, uint32_t>, int64_t> lastTime;
+    std::map<std::pair<uint32_t, uint32_t>, std::pair<int64_t, int64_t>> last;  // number, time
     for (const Found& f : w.records) {
-        int64_t t = int64_t{f.head.sec} * 1'000'000'000 + f.head.nsec;
-        auto [it, first] = lastTime.try_emplace({f.head.pid, f.head.tid}, t);
-        ASSERT_TRUE(f.head.sec != 0 && (first || t >= it->second)) << t << " after " << it->second;
-        it->second = t;
-    }
-    for (const Found& f : w.records) {
-        if (isFacilityRecord(f)) {
-            ASSERT_TRUE(f.whole);
-            continue;
-        }
-        int64_t n = patternNumber(f.data);
-        ASSERT_TRUE(f.whole && n >= 0) << f.data.size();
-        auto [it, first] = last.try_emplace({f.head.pid, f.head.tid}, n);
-        ASSERT_TRUE(first || n > it->second) << n << " after " << it->second;
-        it->second = n;
+        const int64_t t = int64_t{f.head.sec} * 1'000'000'000 + f.head.nsec;
+        const int64_t n = isFacilityRecord(f) ? -1 : patternNumber(f.data);
+        ASSERT_TRUE(f.whole && f.head.sec != 0 && (n >= 0 || isFacilityRecord(f))) << f.data.size();
+        auto [it, first] = last.try_emplace({f.head.pid, f.head.tid}, n, t);
+        ASSERT_TRUE(first || t >= it->second.second) << t << " after " << it->second.second;
+        ASSERT_TRUE(first || n < 0 || n > it->second.first) << n << " after " << it->second.first;
+        it->second = {n < 0 ? it->second.first : n, t};
     }
 }
 
