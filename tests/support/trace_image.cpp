@@ -170,11 +170,6 @@ int32_t traceImagePeek32(const TraceImage& img, int32_t offset)
 
 void traceImageResize(TraceImage& img, size_t areaSize) { img.bytes.resize(TRC_HEADER_SIZE + areaSize, 0); }
 
-const trcRecord_t* traceImageRecordAt(TraceImage& img, int32_t offset)
-{
-    return reinterpret_cast<const trcRecord_t*>(traceImageArea(img) + offset);
-}
-
 std::string traceImageBytes(const TraceImage& img) { return std::string(img.bytes.begin(), img.bytes.end()); }
 
 void traceImageSave(const TraceImage& img, const std::string& path)

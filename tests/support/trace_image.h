@@ -72,7 +72,6 @@ int32_t traceImagePut(TraceImage& img, int32_t offset, const TraceRecordFields& 
 void traceImagePoke32(TraceImage& img, int32_t offset, int32_t value);
 int32_t traceImagePeek32(const TraceImage& img, int32_t offset);
 void traceImageResize(TraceImage& img, size_t areaSize);
-const trcRecord_t* traceImageRecordAt(TraceImage& img, int32_t offset);
 
 // The whole image as bytes, or written to a file.
 std::string traceImageBytes(const TraceImage& img);
