@@ -52,26 +52,6 @@ TEST(CommandWeb, EmptyFilledAndTruncated)
     }
 }
 
-// Keeping the last records, the buffer wraps: the count is what a writer
-// by the same rules keeps, and nearly the whole buffer is in use.
-TEST(CommandWeb, WrappedTrace)
-{
-    LiveInstance live;
-    EXPECT_RUN(live.run({"on", "-l", "4096"}), turnedOn, 0);
-    const std::string text(40, 'w');
-    ASSERT_EQ(live.write(200, text), 200);
-    kelvotest::TraceImage model = kelvotest::traceImageNew(4096, TRC_KEEP_LAST);
-    for (int i = 0; i < 200; ++i) {
-        kelvotest::traceImageAddText(model, text);
-    }
-    const auto run = live.run(web);
-    const long used = run.out.size() > 6 ? std::atol(run.out.c_str() + 6) : 0;
-    const auto kept = static_cast<int64_t>(kelvotest::traceImageSurvivors(model).size());
-    EXPECT_RUN(run, line("W", true, used, kept), 0);
-    EXPECT_GT(used, 4096 - 2 * recordBytes(text));
-    EXPECT_LE(used, 4096);
-}
-
 // A trace into a file is read from that file: what it holds is what is
 // reported, here a wrapped image with a broken length in its older part,
 // whose message lands between the fourth and the fifth field.
