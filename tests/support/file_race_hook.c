@@ -80,14 +80,5 @@ int open(const char* path, int flags, ...)
     return openAndRace("open", path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...)
-{
-    mode_t mode = 0;
-    if ((flags & O_CREAT) != 0) {
-        va_list args;
-        va_start(args, flags);
-        mode = va_arg(args, mode_t);
-        va_end(args);
-    }
-    return openAndRace("open64", path, flags, mode);
-}
+/* The same entry under its large-file name. */
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
