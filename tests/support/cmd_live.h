@@ -78,6 +78,17 @@ inline std::string changed(const std::string& base, const std::string& changes)
 inline const std::string defaults = "flags=137 size=1048576 mask=*.*.*.*.*.* pid=-1 tid=-1 cpid=-1 "
                                     "this=0x0 rc=0 e=1 r=32768 pa=-1 pause=none crash=none file=";
 
+// The words of a command line written with single spaces.
+inline std::vector<std::string> split(const std::string& line)
+{
+    std::vector<std::string> words;
+    std::istringstream in(line);
+    for (std::string word; in >> word;) {
+        words.push_back(word);
+    }
+    return words;
+}
+
 inline std::vector<std::string> words(const std::string& first, std::vector<std::string> rest)
 {
     rest.insert(rest.begin(), first);

@@ -15,17 +15,6 @@ const std::string everythingSet = "-m 1.2 -p 5 -c 6 -this 7 -rc 8 -e 9 -r 100 -p
 const std::string everything = "mask=1.2.*.*.*.* pid=5 cpid=6 this=0x7 rc=8 e=9 r=100 pa=3 "
                                "pause=4.*.*.*.*.* crash=1.*.*.*.*.*";
 
-// The words of a command line written with single spaces.
-std::vector<std::string> split(const std::string& line)
-{
-    std::vector<std::string> words;
-    std::istringstream in(line);
-    for (std::string word; in >> word;) {
-        words.push_back(word);
-    }
-    return words;
-}
-
 }  // namespace
 
 // The usage comes before the facility is asked anything; then the trace is

@@ -34,17 +34,6 @@ kelvotest::RunResult onInProcess(std::vector<std::string> args, int withErrno = 
     });
 }
 
-// The words of a command line written with single spaces.
-std::vector<std::string> split(const std::string& line)
-{
-    std::vector<std::string> words;
-    std::istringstream in(line);
-    for (std::string word; in >> word;) {
-        words.push_back(word);
-    }
-    return words;
-}
-
 }  // namespace
 
 // In this program mainOn calls this trcOn, not the facility's: it shows
