@@ -1,6 +1,6 @@
-// Helpers of the kelvo-export and kelvo-stats tests: a directory with a
-// .tfi file, records with time stamps, and runs of the two programs and of
-// the JSON checker.
+// Helpers of the kelvo-export and kelvo-stats tests: the reports' directory,
+// records with time stamps, and runs of the two programs and of the JSON
+// checker.
 #ifndef KELVO_TESTS_EXPORT_SUPPORT_H
 #define KELVO_TESTS_EXPORT_SUPPORT_H
 
@@ -10,39 +10,25 @@
 #include <string>
 #include <vector>
 
-#include "run_tool.h"
-#include "trace_image.h"
+#include "report_support.h"
 
 namespace kelvotest {
 
-// Product 1 is Alpha; component Core 1 has class Reader with open (1),
-// close (2) and read (3).
-struct ExportDir {
-    kelvotest::TempDir dir;
-    std::string instance = "exporttest-none-" + std::to_string(getpid());
+// As for the reports, and Reader has read (3) as well.
+struct ExportDir : ReportDir {
     ExportDir()
     {
         dir.write("a.tfi", "tfiversion 1 bldlvl \"x\" product Alpha 1 component Core 1 class Reader open close read\n");
     }
-    std::string save(const kelvotest::TraceImage& img, const std::string& name = "t.bin") const
-    {
-        kelvotest::traceImageSave(img, dir.file(name));
-        return dir.file(name);
-    }
-    kelvotest::RunResult run(const std::string& program, const std::vector<std::string>& args) const
-    {
-        std::vector<std::string> argv{program};
-        argv.insert(argv.end(), args.begin(), args.end());
-        return kelvotest::runProgram(
-            program, argv, {{"TRCTFIDIR", dir.path()}, {"KELVO_HOME", std::nullopt}, {"KELVO_INSTANCE", instance}},
-            dir.path());
-    }
     kelvotest::RunResult exportTrace(const std::vector<std::string>& args) const
     {
-        return run(KELVO_EXPORT_PATH, args);
+        return runProgram(KELVO_EXPORT_PATH, args);
     }
-    kelvotest::RunResult stats(const std::vector<std::string>& args) const { return run(KELVO_STATS_PATH, args); }
-    kelvotest::RunResult tool(const std::vector<std::string>& args) const { return run(kelvotest::toolPath(), args); }
+    kelvotest::RunResult stats(const std::vector<std::string>& args) const
+    {
+        return runProgram(KELVO_STATS_PATH, args);
+    }
+    kelvotest::RunResult tool(const std::vector<std::string>& args) const { return run(args); }
     // The canonical lines of the checker for a JSON file; fails the test
     // if the checker refuses it.
     std::string checked(const std::string& path) const

@@ -31,11 +31,17 @@ struct ReportDir {
         kelvotest::traceImageSave(img, dir.file(name));
         return dir.file(name);
     }
-    kelvotest::RunResult run(const std::vector<std::string>& args) const
+    // Runs a program of the build with argv[0] its path, in the directory,
+    // with its dictionaries and instance.
+    kelvotest::RunResult runProgram(const std::string& program, const std::vector<std::string>& args) const
     {
-        return kelvotest::runTool(
-            args, {{"TRCTFIDIR", dir.path()}, {"KELVO_HOME", std::nullopt}, {"KELVO_INSTANCE", instance}}, dir.path());
+        std::vector<std::string> argv{program};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return kelvotest::runProgram(
+            program, argv, {{"TRCTFIDIR", dir.path()}, {"KELVO_HOME", std::nullopt}, {"KELVO_INSTANCE", instance}},
+            dir.path());
     }
+    kelvotest::RunResult run(const std::vector<std::string>& args) const { return runProgram(toolPath(), args); }
     // Runs kelvo and checks all that it prints and its status.
     void expect(const std::vector<std::string>& args, const std::string& out, int status = 0) const
     {
