@@ -67,8 +67,10 @@ TEST(Usage, PrintsErrorThenUsageAndExitsOne)
         {7, -1, "Usage: kelvo off\n"},
         {3, 117, std::string(trcMsgGet(117)) + "\n\n" + trcMsgGet(3) + "\n"},
     };
-    for (const auto& [usageMessage, errorMessage, out] : cases) {
-        expectAnswer(kelvotest::captureChild([&] { usage(usageMessage, errorMessage); }), out, out);
+    for (const auto& c : cases) {
+        const int usageMessage = std::get<0>(c), errorMessage = std::get<1>(c);
+        expectAnswer(kelvotest::captureChild([=] { usage(usageMessage, errorMessage); }), std::get<2>(c),
+                     std::get<2>(c));
     }
 }
 
