@@ -44,8 +44,9 @@ list read(const std::string& content, bool lex)
                 trcTfiTokenFactory factory(path.c_str());
                 for (factory.advance(); *factory.cursor != '\0'; factory.advance()) {
                     trcTfiToken t(factory);
-                    items.push_back(std::to_string(t.type) + ":" + static_cast<const char*>(t.text) +
-                                    (t.type == trcTfiTokenValue ? ":" + std::to_string(t.value) : ""));
+                    items.push_back(
+                        std::to_string(t.type) + ":" + static_cast<const char*>(t.text) +
+                        (t.type == trcTfiTokenValue ? std::string(":").append(std::to_string(t.value)) : ""));
                 }
                 return;
             }
@@ -221,13 +222,13 @@ TEST(TfiToken, LineNumbersAndExpectedTypes)
     for (const auto& [content, line] : {std::pair<std::string, int>{"", 2}, {"a\nb\nc\n", 5}, {"  \t \r\n", 3}}) {
         std::string path = dir.write("t.tfi", content);
         trcTfiTokenFactory factory(path.c_str());
-        EXPECT_EQ("!" + failureOf(
-                            [&] {
-                                for (;;)
-                                    trcTfiToken token(factory);
-                            },
-                            path),
-                  end + std::to_string(line));
+        const std::string failure = failureOf(
+            [&] {
+                for (;;)
+                    trcTfiToken token(factory);
+            },
+            path);
+        EXPECT_EQ("!" + failure, end + std::to_string(line));
         EXPECT_EQ(factory.line(), line);
     }
     std::string path = dir.write("t.tfi", "\n\nfirst\n\n second\n12\n\"q\"\n");

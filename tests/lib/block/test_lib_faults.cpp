@@ -221,7 +221,7 @@ TEST_F(LibFaults, StrayBytesAnywhereInTheBlockCrashNothingAndOffThenOnAlwaysWork
         expectEnded(runTool({"fmt", "-x", "1-3"}), "fmt");
         expectEnded(runTool({"web_buffer_info"}), "web_buffer_info");
         expectEnded(runTool({"inf"}), "inf");
-        std::string dump = dir.file("d" + std::to_string(round));
+        std::string dump = dir.file(std::to_string(round) + ".dump");
         if (runTool({"dmp", dump}).status == 0)
             expectEnded(runTool({"fmt", dump, dump + ".txt"}), "fmt of the dump");
         RunResult off = runTool({"off"});
