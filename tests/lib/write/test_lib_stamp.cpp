@@ -131,7 +131,10 @@ TEST(Stamp, StampsOfAWritingThreadFollowTheRealTime)
     };
     int64_t start = realNs();
     int64_t times[2] = {0, 0};  // before this write, after the write before
-    for (int64_t now = start; now - start < 5 * ms; now = realNs()) {
+    // At least 5 ms, so that the counter takes over, and 1,500 records
+    // however slowly a loaded machine lets them come.
+    constexpr size_t records = 1500;
+    for (size_t n = 0; n < records || realNs() - start < 5 * ms; ++n) {
         times[0] = realNs();
         ASSERT_EQ(trcWrite(1, 30, 2, 3, 4, 5, nullptr, times, sizeof times), 0);
         times[1] = realNs();
@@ -141,7 +144,7 @@ TEST(Stamp, StampsOfAWritingThreadFollowTheRealTime)
     TempDir dir;
     Walked w = dumpAndWalk(dir);
     ASSERT_TRUE(w.complete);
-    ASSERT_GT(w.records.size(), 1000u);
+    ASSERT_GE(w.records.size(), records);
     constexpr int64_t slack = 20'000;
     int64_t stampBefore = 0;
     for (const Found& f : w.records) {
