@@ -42,6 +42,19 @@ Instance::Instance()
     setenv("KELVO_INSTANCE", name_.c_str(), 1);
 }
 
+OneProcessor::OneProcessor()
+{
+    CPU_ZERO(&before_);
+    sched_getaffinity(0, sizeof before_, &before_);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    int cpu = sched_getcpu();
+    CPU_SET(cpu < 0 ? 0 : cpu, &one);
+    sched_setaffinity(0, sizeof one, &one);
+}
+
+OneProcessor::~OneProcessor() { sched_setaffinity(0, sizeof before_, &before_); }
+
 int dumpTo(const std::string& path, std::string& bytes)
 {
     int32_t fd = trcFileAttach(path.c_str(), TRC_FILE_WRITE_CREATE);

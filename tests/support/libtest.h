@@ -8,6 +8,7 @@
 
 #include "run_tool.h"
 
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -48,6 +49,18 @@ private:
 };
 
 int dumpTo(const std::string& path, std::string& bytes);  // trcDump; 0 or errno
+
+// Keeps this process, and the children it starts meanwhile, on one
+// processor, so that all their writes go into one lane: for the tests of
+// what writers of one ring do to each other.
+class OneProcessor {
+public:
+    OneProcessor();
+    ~OneProcessor();
+
+private:
+    cpu_set_t before_;
+};
 
 // One record as the walk found it; whole: the trailing word equals the length.
 struct Found {

@@ -232,6 +232,7 @@ TEST(LibConcurrency, TheOthersDropTheirRecordsRatherThanTakeItsPlace)
     TempDir dir;
     OnArgs args;
     args.bufferSize = 65536 * 4;
+    OneProcessor oneLane;
     for (int attempt = 0; attempt < 5; ++attempt) {
         ASSERT_EQ(attempt == 0 || trcOff(0) == 0, true);
         ASSERT_EQ(turnOn(args), 0);
@@ -266,6 +267,7 @@ TEST(LibConcurrency, AWriterHeldUpTooLongIsGivenUp)
     TempDir dir;
     OnArgs args;
     args.bufferSize = 65536 * 4;
+    OneProcessor oneLane;
     ASSERT_EQ(turnOn(args), 0);
     pid_t held = stoppedWriter();
     auto start = std::chrono::steady_clock::now();

@@ -200,6 +200,14 @@ TEST_F(LibFaults, StrayBytesAnywhereInTheBlockCrashNothingAndOffThenOnAlwaysWork
     for (std::size_t field : {0u, 8u, 2100u, 2108u, 2136u, 2140u, 2148u, 2152u, 2728u, 2736u})
         for (uint32_t value : {0u, 0x80000000u, 0x7FFFFFFFu, 3u})
             strays.push_back({4096 + field, value});
+    // The control page of the last lane, where there are lanes: it lies
+    // below the last area of the buffer's size.
+    {
+        Block block(instance.name());
+        std::size_t lastLane = block.size - 4096 - static_cast<std::size_t>(args.bufferSize);
+        for (std::size_t offset = 0; offset < 256; offset += 8)
+            strays.push_back({lastLane + offset, offset % 16 == 0 ? 0xFFFFFFFFu : 0x7FFFFFF0u});
+    }
     int rounds = static_cast<int>(strays.size()) + 30;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         SCOPED_TRACE(round);

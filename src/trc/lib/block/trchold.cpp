@@ -2,6 +2,7 @@
 #include "trchold.h"
 
 #include "trcclock.h"
+#include "trclanes.h"
 #include "trcring.h"
 #include "trcsettle.h"
 
@@ -14,9 +15,6 @@
 namespace kelvo {
 namespace {
 
-// What the area's order depends on: neither the holds nor the losses that
-// writers count while the trace is held.
-constexpr uint64_t notAreaBits = uint64_t{0xFF} << 48 | lossBit;
 constexpr long pollNs = 1'000'000;
 
 void nap()
@@ -93,11 +91,33 @@ void settle(Live& live)
             nap();
     }
     uint64_t key = loadRing(live) & ~notAreaBits;
-    if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != key) {
+    if (live.laneCount != 0) {
+        lanesGather(live, settleWaitNs);
+    } else if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != key) {
         ringSettle(live, settleWaitNs);
         __atomic_store_n(&live.control->settled, loadRing(live) & ~notAreaBits, __ATOMIC_RELEASE);
     }
     __atomic_store_n(settler, 0, __ATOMIC_RELEASE);
+}
+
+// One hold of one ring: claimed in the table before it is counted, and
+// given back after, so that a sweep that reads the table never counts fewer
+// holds than there are.
+bool holdRing(Live& ring, int32_t pid)
+{
+    if (!claimSlot(ring, pid))
+        return false;
+    if (!addHolds(ring, 1)) {
+        freeSlot(ring, pid);
+        return false;
+    }
+    return true;
+}
+
+void releaseRing(Live& ring, int32_t pid)
+{
+    addHolds(ring, -1);
+    freeSlot(ring, pid);
 }
 
 }  // namespace
@@ -106,13 +126,16 @@ int holdTake(Live& live)
 {
     holdSweep(live);
     auto pid = static_cast<int32_t>(getpid());
-    // Claimed before counted and given back after: a sweep that reads the
-    // table then never counts fewer holds than there are.
-    if (!claimSlot(live, pid))
+    if (!holdRing(live, pid))
         return EAGAIN;
-    if (!addHolds(live, 1)) {
-        freeSlot(live, pid);
-        return EAGAIN;
+    for (int32_t i = 0; i < live.laneCount; ++i) {
+        holdSweep(live.lanes[i]);
+        if (!holdRing(live.lanes[i], pid)) {
+            while (i-- > 0)
+                releaseRing(live.lanes[i], pid);
+            releaseRing(live, pid);
+            return EAGAIN;
+        }
     }
     settle(live);
     return 0;
@@ -120,8 +143,10 @@ int holdTake(Live& live)
 
 void holdRelease(Live& live)
 {
-    addHolds(live, -1);
-    freeSlot(live, static_cast<int32_t>(getpid()));
+    auto pid = static_cast<int32_t>(getpid());
+    for (int32_t i = 0; i < live.laneCount; ++i)
+        releaseRing(live.lanes[i], pid);
+    releaseRing(live, pid);
 }
 
 int holdAlone(Live& live, int seconds)

@@ -1,7 +1,8 @@
 // Holding the trace for reading. While any reader holds it, writers place
 // no record (they drop and count it); the first reader puts the area in
-// order, and then every holder sees it complete and unchanging. Several
-// readers may hold it at once. Holders are kept by process id in the
+// order, or, when writers store into lanes, holds the lanes too and merges
+// them into the area (trclanes.h), and then every holder sees it complete
+// and unchanging. Several readers may hold it at once. Holders are kept by process id in the
 // control page, so that the hold of a reader that died is given back.
 #ifndef KELVO_TRCHOLD_H
 #define KELVO_TRCHOLD_H

@@ -2,7 +2,8 @@
 //
 // The block is one shared memory object per instance: a control page, the
 // 3000-byte trace header, and for the shared memory destination the record
-// area. A file destination keeps its header copy and area in the file.
+// area, followed by the lanes that writers store into (trclanes.h). A file
+// destination keeps its header copy and area in the file.
 #ifndef KELVO_TRCLIVE_H
 #define KELVO_TRCLIVE_H
 
@@ -15,12 +16,14 @@
 namespace kelvo {
 
 constexpr uint32_t controlMagic = 0x4B4C564Fu;  // "KLVO"
-constexpr uint32_t controlLayout = 4;
+constexpr uint32_t controlLayout = 5;
 constexpr std::size_t controlBytes = 4096;
 constexpr int32_t smallestBuffer = 64;
 constexpr int maxHolders = 32;
 // The area is counted in at most this many zones (see trcring.h).
 constexpr int maxZones = 512;
+// Writers store into at most this many lanes (see trclanes.h).
+constexpr int maxLanes = 4;
 
 enum class Destination : uint32_t { shared = 1, file = 2, native = 3 };
 
@@ -36,6 +39,7 @@ struct Control {
     uint32_t destination;  // a Destination
     uint32_t keptFlags;    // the flags as on and chg set them
     uint32_t takesAll;     // mask selects all, no filter: writers test nothing
+    uint32_t laneCount;    // lanes behind the area; 0: writers store into the area
     // The ring word: where the next record goes and who may place one (see
     // trcring.h). Every write changes it, so it has its cache line alone.
     alignas(64) uint64_t ring;
@@ -78,6 +82,8 @@ struct Live {
     Destination destination;
     std::size_t mappedBytes;  // of the block itself, the guard behind it not counted
     Live* older;              // the blocks this process mapped before
+    int32_t laneCount;        // 0, or a power of two up to maxLanes
+    Live* lanes;              // the rings of the lanes, each with its own control page
 };
 
 template <typename T>

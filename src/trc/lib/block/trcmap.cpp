@@ -8,6 +8,7 @@
 // stray write can change at any time; behind every mapping lies a region of
 // private zero pages as large as any 32-bit offset and length can reach, so
 // that no value read from the block leads a reader outside its mapping.
+#include "trclanes.h"
 #include "trclive.h"
 #include "trcring.h"
 #include "trcsize.h"
@@ -94,13 +95,22 @@ bool describe(Live& live, uint8_t* block, std::size_t size)
         return false;
     std::size_t fixed = controlBytes + TRC_HEADER_SIZE;
     live.destination = static_cast<Destination>(c.destination);
+    live.laneCount = 0;
+    live.lanes = nullptr;
     switch (live.destination) {
-    case Destination::shared:
-        if (size - fixed > static_cast<std::size_t>(INT32_MAX))
+    case Destination::shared: {
+        // Read once: the count that this process uses is its own.
+        uint32_t lanes = loadRelaxed(c.laneCount);
+        if (!usableLaneCount(lanes))
             return false;
-        live.bufferSize = static_cast<int32_t>(size - fixed);
+        int64_t bufferSize = bufferSizeOfBlock(size, static_cast<int32_t>(lanes));
+        if (bufferSize < 0)
+            return false;
+        live.laneCount = static_cast<int32_t>(lanes);
+        live.bufferSize = static_cast<int32_t>(bufferSize);
         live.area = block + fixed;
         break;
+    }
     case Destination::file:
         live.bufferSize = live.header->bufferSize;
         break;
@@ -149,6 +159,10 @@ Live* mapLive(bool needFile)
         return nullptr;
     }
     live.mappedBytes = size;
+    if (live.laneCount != 0) {
+        live.lanes = new Live[static_cast<std::size_t>(live.laneCount)];
+        lanesPoint(live, static_cast<uint8_t*>(block), live.lanes);
+    }
     return new Live(live);
 }
 

@@ -1,5 +1,7 @@
 // The ring: how writers take their place in the record area without a lock,
-// and how a record is written into the place taken.
+// and how a record is written into the place taken. A trace with lanes
+// (trclanes.h) has one such ring per lane; its area is then written only by
+// the readers that merge the lanes.
 //
 // One 64-bit word in the control page, the ring word, says where the next
 // record goes (`end`), how often the area has wrapped (`lap`, also stamped
@@ -40,6 +42,9 @@ constexpr uint64_t closedBit = 1ull << 56;
 constexpr uint64_t fullBit = 1ull << 57;
 constexpr uint64_t lossBit = 1ull << 58;
 constexpr uint64_t wrappedBit = 1ull << 59;
+// The bits of the ring word that the order of the area does not depend on:
+// the holds, and the losses that writers count while the trace is held.
+constexpr uint64_t notAreaBits = uint64_t{0xFF} << 48 | lossBit;
 
 // Every write goes through the functions of this header down to the
 // compare-and-swap, so they are inline.

@@ -117,7 +117,13 @@ int32_t Settler::nextSlot(int32_t x, int32_t limit, uint16_t lap) const
 
 void Settler::writeRecord(int32_t at, int32_t length, uint16_t lap, uint8_t function, const char* text)
 {
-    // The slot's own time is unknown: it lies after the record before it.
+    // The slot's own time is unknown: it lies after the record before it,
+    // or, at the start of the area, before now.
+    if (lastSec_ == 0 && lastNsec_ == 0) {
+        int64_t now = clockNs(CLOCK_REALTIME);
+        lastSec_ = static_cast<int32_t>(now / 1'000'000'000);
+        lastNsec_ = static_cast<int32_t>(now % 1'000'000'000);
+    }
     RecordFields fields{uint32_t{facilityProduct} << 24 | uint32_t{facilityEvent} << 16,
                         uint32_t{facilityComponent} << 24 | uint32_t{facilityClass} << 16 | uint32_t{function} << 8,
                         0,

@@ -7,6 +7,7 @@
 #include "trcfilter.h"
 #include "trcheader.h"
 #include "trchold.h"
+#include "trclanes.h"
 #include "trcprocess.h"
 #include "trcring.h"
 
@@ -63,6 +64,7 @@ int clearTrace()
     rc = holdAlone(*live, clearSeconds);
     if (rc == 0) {
         ringReset(*live);
+        lanesReset(*live);
         storeRelaxed(live->header->traceFull, int32_t{0});
         if (live->fileHeader != nullptr)
             storeRelaxed(live->fileHeader->traceFull, int32_t{0});

@@ -7,6 +7,7 @@
 #include "trcexport.h"
 #include "trcfilter.h"
 #include "trcheader.h"
+#include "trclanes.h"
 #include "trcprocess.h"
 #include "trcring.h"
 #include "trcsize.h"
@@ -19,6 +20,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace kelvo {
 namespace {
@@ -142,10 +144,9 @@ int build(const TraceSettings& settings, Destination destination, const std::str
 {
     bool hasArea = destination != Destination::native;
     int32_t areaBytes = hasArea ? bufferSize : 0;
-    std::size_t blockBytes = controlBytes + TRC_HEADER_SIZE +
-                             (destination == Destination::shared ? static_cast<std::size_t>(bufferSize) : 0);
+    int32_t lanes = laneCountFor(destination, settings.flags);
     Building building;
-    int rc = building.createBlock(blockBytes);
+    int rc = building.createBlock(blockBytesFor(destination, areaBytes, lanes));
     if (rc == 0 && destination == Destination::file)
         rc = building.createFile(fileName, TRC_HEADER_SIZE + static_cast<std::size_t>(bufferSize));
     if (rc != 0)
@@ -160,6 +161,7 @@ int build(const TraceSettings& settings, Destination destination, const std::str
     live.control->layout = controlLayout;
     live.control->destination = static_cast<uint32_t>(destination);
     live.control->keptFlags = settings.flags;
+    live.control->laneCount = static_cast<uint32_t>(lanes);
     fillHeader(*live.header, settings, fileName.c_str(), areaBytes);
     live.control->takesAll = takesEverything(*live.header) ? 1 : 0;
     if (destination == Destination::file) {
@@ -169,8 +171,13 @@ int build(const TraceSettings& settings, Destination destination, const std::str
     } else if (destination == Destination::shared) {
         live.area = building.block() + controlBytes + TRC_HEADER_SIZE;
     }
+    std::vector<Live> laneViews(static_cast<std::size_t>(lanes));
+    live.laneCount = lanes;
+    live.lanes = laneViews.data();
+    lanesPoint(live, building.block(), live.lanes);
     if (hasArea)
         ringReset(live);
+    lanesReset(live);
     return building.publish();
 }
 

@@ -134,11 +134,13 @@ int64_t cycleClockNs(CycleClock& c, uint64_t count, uint64_t (*readCount)(), int
 }
 
 // The clock may be set back, the order of one thread's records may not.
+// Stamps rise strictly, so that records that one thread stored in two lanes
+// are merged in the order it wrote them.
 Stamp stampNow()
 {
     int64_t ns = threadNs();
-    if (ns < lastStampNs)
-        ns = lastStampNs;
+    if (ns <= lastStampNs)
+        ns = lastStampNs + 1;
     lastStampNs = ns;
     return Stamp{static_cast<int32_t>(ns / nsPerSec), static_cast<int32_t>(ns % nsPerSec)};
 }

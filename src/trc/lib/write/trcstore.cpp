@@ -1,7 +1,8 @@
 // Storing a record. Nothing here waits for another process: the mask and
 // the filters are read without a lock, the time is read before the record
 // takes its place, and the place is taken from the ring word with one
-// compare-and-swap (trcring.h). A record that cannot be placed at once (a
+// compare-and-swap (trcring.h) of the area, or of the lane of the processor
+// the writer runs on (trclanes.h). A record that cannot be placed at once (a
 // reader holds the trace, the area keeps its initial records and is full)
 // is dropped and counted; the next record stored is preceded by a record of
 // the facility that says how many were lost and why.
@@ -11,6 +12,7 @@
 #include "trcfacrec.h"
 #include "trcfilter.h"
 #include "trchold.h"
+#include "trclanes.h"
 #include "trcnative.h"
 #include "trcprocess.h"
 #include "trcring.h"
@@ -190,11 +192,11 @@ std::size_t lossText(const Losses& losses, char* text, std::size_t size)
 // Why a record was not placed.
 enum class Refusal { none, closed, held, full, busy, lost };
 
-Refusal refusalOf(const RingState& s)
+Refusal refusalOf(const RingState& s, bool holding)
 {
     if (s.closed)
         return Refusal::closed;
-    if (s.holds != 0)
+    if (s.holds != 0 && !holding)
         return Refusal::held;
     if (s.full)
         return Refusal::full;
@@ -222,14 +224,15 @@ bool claimZones(Live& live, const Placement* places, int count, int& claimed)
 }
 
 // Takes places for `count` records of the given sizes, in order, with one
-// swap of the ring word. Clears the loss flag when `reportsLoss`.
+// swap of the ring word. Clears the loss flag when `reportsLoss`. A reader
+// that holds the ring (`holding`) may place records all the same.
 Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial, bool reportsLoss, Placement* out,
-                uint16_t& lap)
+                uint16_t& lap, bool holding = false)
 {
     uint64_t word = loadRing(live);
     for (;;) {
         RingState s = RingState::decode(word);
-        Refusal refusal = refusalOf(s);
+        Refusal refusal = refusalOf(s, holding);
         if (refusal != Refusal::none)
             return refusal;
         if (s.lossPending && !reportsLoss)
@@ -281,24 +284,38 @@ void writePlaced(Live& live, const Placement& p, uint16_t lap, const RecordSourc
     writeRecord(live, p.at, lap, record, length, stamp);
 }
 
-// Stores the record behind a record of the facility that reports the
-// losses before it.
-int storeAfterLoss(Live& live, const RecordSource& record, int32_t length, bool keepInitial, Stamp stamp)
+// The losses not yet reported, taken for a record of the facility that
+// reports them; false when there are none after all (the loss flag is then
+// cleared).
+bool takeLossReport(Live& live, Losses& losses, char (&text)[160], RecordSource& report)
 {
-    Losses losses = takeLosses(live);
+    losses = takeLosses(live);
     if (losses.total() == 0) {
         ringClearLoss(live);
         Losses late = takeLosses(live);
         if (late.total() != 0)
             giveBackLosses(live, late);
-        return -2;  // nothing to report after all: store as usual
+        return false;
     }
-    char text[160];
     std::size_t textLength = lossText(losses, text, sizeof text);
-    RecordSource report{
+    report = RecordSource{
         RecordIds{{facilityProduct, facilityEvent, facilityComponent, facilityClass, functionRecordsLost, 0}}, 0,
         reinterpret_cast<const uint8_t*>(text), static_cast<uint32_t>(textLength)};
-    auto reportLength = static_cast<int32_t>(TRC_RECORD_MIN + textLength);
+    return true;
+}
+
+int32_t reportLengthOf(const RecordSource& report) { return static_cast<int32_t>(TRC_RECORD_MIN + report.length); }
+
+// Stores the record behind a record of the facility that reports the
+// losses before it.
+int storeAfterLoss(Live& live, const RecordSource& record, int32_t length, bool keepInitial, Stamp stamp)
+{
+    Losses losses;
+    char text[160];
+    RecordSource report{};
+    if (!takeLossReport(live, losses, text, report))
+        return -2;  // nothing to report after all: store as usual
+    int32_t reportLength = reportLengthOf(report);
     int32_t aligned[2] = {trcAligned(reportLength), trcAligned(length)};
     Placement places[2];
     uint16_t lap = 0;
@@ -420,6 +437,27 @@ void afterStore(Live& live, const RecordSource& record, uint32_t flags)
 
 }  // namespace
 
+void storeLossReport(Live& ring)
+{
+    if (!RingState::decode(loadRing(ring)).lossPending)
+        return;
+    Losses losses;
+    char text[160];
+    RecordSource report{};
+    if (!takeLossReport(ring, losses, text, report))
+        return;
+    int32_t length = reportLengthOf(report);
+    int32_t aligned = trcAligned(length);
+    Placement place;
+    uint16_t lap = 0;
+    bool keepInitial = (loadRelaxed(ring.header->flags) & TRC_KEEP_INITIAL) != 0;
+    if (reserve(ring, &aligned, 1, keepInitial, true, &place, lap, true) != Refusal::none) {
+        giveBackLosses(ring, losses);
+        return;
+    }
+    writePlaced(ring, place, lap, report, length, stampNow());
+}
+
 Live* traceFor(const RecordIds& ids, uint32_t thisPointer)
 {
     Live* live = writerLive();
@@ -436,7 +474,7 @@ int storeRecord(Live& live, const RecordSource& record)
     bool rcEvent = trcIsRcEvent(record.ids.id[1]);
     uint32_t flags = loadRelaxed(live.header->flags);
     if (live.area != nullptr) {
-        int result = storeInArea(live, record, rcEvent, flags, stamp);
+        int result = storeInArea(ringOfWriter(live), record, rcEvent, flags, stamp);
         if (result != 0)
             return result;
     }

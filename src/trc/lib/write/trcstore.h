@@ -17,6 +17,11 @@ Live* traceFor(const RecordIds& ids, uint32_t thisPointer);
 // with errno.
 int storeRecord(Live& live, const RecordSource& record);
 
+// For a reader that holds `ring` and has put it in order: the losses that no
+// writer has reported yet become a record of the facility at its end, so
+// that readers see them although nothing was stored behind them.
+void storeLossReport(Live& ring);
+
 }  // namespace kelvo
 
 #endif

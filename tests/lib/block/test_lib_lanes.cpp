@@ -1,0 +1,149 @@
+// Writers on different processors store into lanes of their own; a reader
+// sees them merged into one area in time order: a thread that moves between
+// processors keeps its order, lanes that hold more than the area leave its
+// newest records, and losses that no later record reported are shown.
+#include "libtest.h"
+
+#include <gtest/gtest.h>
+
+#include <sched.h>
+
+#include <map>
+
+using namespace kelvotest;
+
+namespace {
+
+int writePattern(uint32_t n)
+{
+    std::string text = patternText(n);
+    return trcWrite(1, 30, 2, 3, 4, 5, nullptr, text.data(), static_cast<unsigned>(text.size()));
+}
+
+// The first two processors this process may run on; false when it may run
+// on one only, and so writes into one lane.
+bool twoProcessors(int (&cpus)[2])
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    sched_getaffinity(0, sizeof set, &set);
+    int found = 0;
+    for (int cpu = 0; cpu < CPU_SETSIZE && found < 2; ++cpu)
+        if (CPU_ISSET(cpu, &set))
+            cpus[found++] = cpu;
+    return found == 2;
+}
+
+void runOn(int cpu)
+{
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(cpu, &one);
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+}
+
+int64_t stampOf(const Found& f) { return int64_t{f.head.sec} * 1'000'000'000 + f.head.nsec; }
+
+class LibLanes : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        sched_getaffinity(0, sizeof allowed, &allowed);
+        if (!twoProcessors(cpus))
+            GTEST_SKIP() << "one processor: writers share one ring";
+    }
+    void TearDown() override { sched_setaffinity(0, sizeof allowed, &allowed); }
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    cpu_set_t allowed{};
+    int cpus[2] = {};
+};
+
+}  // namespace
+
+TEST_F(LibLanes, AThreadThatMovesBetweenProcessorsKeepsItsOrder)
+{
+    ASSERT_EQ(turnOn(args), 0);
+    for (uint32_t n = 0; n < 600; ++n) {
+        if (n % 50 == 0)
+            runOn(cpus[n / 50 % 2]);
+        ASSERT_EQ(writePattern(n), 0);
+    }
+    Walked w = dumpAndWalk(dir);
+    EXPECT_FALSE(w.lost);
+    ASSERT_EQ(w.records.size(), 600u);
+    expectRun(w, 599);
+}
+
+// Two processes on two processors each write more than the area holds: the
+// area holds the newest records of both, whole, in time order, and says
+// that older ones are gone.
+TEST_F(LibLanes, LanesThatHoldMoreThanTheAreaLeaveItsNewestRecordsInTimeOrder)
+{
+    args.bufferSize = 65536 * 2;
+    ASSERT_EQ(turnOn(args), 0);
+    constexpr uint32_t perWriter = 6000;
+    // At once, so that their records interleave in time.
+    pid_t writers[2];
+    for (int i = 0; i < 2; ++i) {
+        if ((writers[i] = fork()) == 0) {
+            runOn(cpus[i]);
+            for (uint32_t n = 0; n < perWriter; ++n)
+                if (writePattern(n) != 0)
+                    _exit(1);
+            _exit(0);
+        }
+    }
+    for (pid_t writer : writers) {
+        int status = 0;
+        ASSERT_EQ(waitpid(writer, &status, 0), writer);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+    Walked w = dumpAndWalk(dir);
+    ASSERT_TRUE(w.complete);
+    EXPECT_TRUE(w.lost);
+    std::map<uint32_t, int64_t> lastOf;  // pid: number
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < w.records.size(); ++i) {
+        const Found& f = w.records[i];
+        ASSERT_TRUE(f.whole);
+        ASSERT_TRUE(i == 0 || stampOf(f) >= stampOf(w.records[i - 1])) << i;
+        int64_t n = patternNumber(f.data);
+        auto [it, first] = lastOf.try_emplace(f.head.pid, n);
+        ASSERT_TRUE(first || n == it->second + 1) << n << " after " << it->second;
+        it->second = n;
+        used += static_cast<std::size_t>(trcAligned(f.head.length));
+    }
+    ASSERT_EQ(lastOf.size(), 2u);
+    for (const auto& [pid, last] : lastOf)
+        EXPECT_EQ(last, perWriter - 1) << pid;
+    // Full but for the segments' ends and the record the end mark cut.
+    EXPECT_GT(used, 65536u * 2 - 2 * 200 - 200);
+}
+
+// A writer drops its records while the trace is held and writes nothing
+// after: the next reader reports the loss all the same, after its records.
+TEST_F(LibLanes, LossesThatNoLaterRecordReportedAreShown)
+{
+    ASSERT_EQ(turnOn(args), 0);
+    runOn(cpus[0]);
+    ASSERT_EQ(trcSemP(), 0);
+    EXPECT_EQ(inChild([&] {
+                  runOn(cpus[1]);
+                  int dropped = 0;
+                  for (uint32_t n = 0; n < 5; ++n)
+                      dropped += writePattern(n) == 1;
+                  return dropped;
+              }),
+              5 << 8);
+    ASSERT_EQ(trcSemV(), 0);
+    ASSERT_EQ(writePattern(0), 0);
+    Walked w = dumpAndWalk(dir);
+    ASSERT_EQ(w.records.size(), 2u);
+    EXPECT_EQ(w.records[0].data, patternText(0));
+    EXPECT_EQ(w.records[1].ids[0], 255);
+    EXPECT_EQ(w.records[1].data, "lost 5 records while a reader held the trace");
+    // Reported once: the next reader finds the same.
+    EXPECT_EQ(dumpAndWalk(dir).records.size(), 2u);
+}
