@@ -94,6 +94,7 @@ void settle(Live& live)
     if (live.laneCount != 0) {
         lanesGather(live, settleWaitNs);
     } else if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != key) {
+        ringRestoreHeader(live);
         ringSettle(live, settleWaitNs);
         __atomic_store_n(&live.control->settled, loadRing(live) & ~notAreaBits, __ATOMIC_RELEASE);
     }

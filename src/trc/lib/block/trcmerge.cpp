@@ -274,8 +274,7 @@ void lanesGather(Live& live, int64_t waitNs)
         storeLossReport(live.lanes[i]);
     }
     merge(live);
-    // The area is whole; this also puts the header's words back.
-    ringSettle(live, 0);
+    ringRestoreHeader(live);
     for (int32_t i = 0; i < live.laneCount; ++i)
         __atomic_store_n(&live.lanes[i].control->settled, laneKey(live.lanes[i]), __ATOMIC_RELEASE);
 }

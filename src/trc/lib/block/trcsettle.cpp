@@ -27,6 +27,23 @@ constexpr long pollNs = 50'000;
 constexpr char abandonedText[] = "record abandoned by its writer";
 constexpr char damagedText[] = "damaged records given up";
 
+}  // namespace
+
+void ringRestoreHeader(Live& live)
+{
+    uint32_t kept = live.control->keptFlags &
+                    (TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE | TRC_KEEP_LAST | TRC_KEEP_INITIAL);
+    for (trcHeader_t* h : {live.header, live.fileHeader}) {
+        if (h == nullptr)
+            continue;
+        storeRelaxed(h->bufferSize, live.bufferSize);
+        uint32_t flags = loadRelaxed(h->flags);
+        storeRelaxed(h->flags, (flags & ~0x1Fu) | kept);
+    }
+}
+
+namespace {
+
 class Settler {
 public:
     Settler(Live& live, int64_t waitNs) : live_(live), deadline_(monotonicNs() + waitNs), seg_(live.segmentSize) {}
@@ -47,7 +64,6 @@ private:
     // an earlier offset that is then the new end mark.
     int32_t forward(int32_t x, int32_t stop, uint16_t lap);
     void backwardAboveEnd(int32_t end, uint16_t lap);
-    void restoreHeader();
 
     Live& live_;
     int64_t deadline_;
@@ -209,22 +225,8 @@ void Settler::backwardAboveEnd(int32_t end, uint16_t lap)
     }
 }
 
-void Settler::restoreHeader()
-{
-    uint32_t kept = live_.control->keptFlags &
-                    (TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE | TRC_KEEP_LAST | TRC_KEEP_INITIAL);
-    for (trcHeader_t* h : {live_.header, live_.fileHeader}) {
-        if (h == nullptr)
-            continue;
-        storeRelaxed(h->bufferSize, live_.bufferSize);
-        uint32_t flags = loadRelaxed(h->flags);
-        storeRelaxed(h->flags, (flags & ~0x1Fu) | kept);
-    }
-}
-
 void Settler::run()
 {
-    restoreHeader();
     uint64_t word = loadRing(live_);
     RingState s = RingState::decode(word);
     if (!ringEndUsable(live_, s)) {

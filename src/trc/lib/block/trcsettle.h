@@ -16,6 +16,10 @@ namespace kelvo {
 // marker are stored again. `waitNs` bounds the waiting in all.
 void ringSettle(Live& live, int64_t waitNs);
 
+// Puts back the header's words that the block's own layout fixes: the
+// buffer size and the destination and retention bits of the flags.
+void ringRestoreHeader(Live& live);
+
 }  // namespace kelvo
 
 #endif
