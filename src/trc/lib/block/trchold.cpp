@@ -29,24 +29,30 @@ bool alive(int32_t pid) { return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM
 
 int32_t* holderSlot(Live& live, int i) { return &live.control->holders[i]; }
 
-bool claimSlot(Live& live, int32_t pid)
+// A table of process ids in the control page: the holders, or the readers.
+using PidTable = int32_t (Control::*)[maxHolders];
+
+bool claimIn(Live& live, PidTable table, int32_t pid)
 {
-    for (int i = 0; i < maxHolders; ++i) {
+    for (int32_t& slot : live.control->*table) {
         int32_t expected = 0;
-        if (__atomic_compare_exchange_n(holderSlot(live, i), &expected, pid, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
+        if (__atomic_compare_exchange_n(&slot, &expected, pid, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
             return true;
     }
     return false;
 }
 
-void freeSlot(Live& live, int32_t pid)
+void freeIn(Live& live, PidTable table, int32_t pid)
 {
-    for (int i = 0; i < maxHolders; ++i) {
+    for (int32_t& slot : live.control->*table) {
         int32_t expected = pid;
-        if (__atomic_compare_exchange_n(holderSlot(live, i), &expected, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
+        if (__atomic_compare_exchange_n(&slot, &expected, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
             return;
     }
 }
+
+bool claimSlot(Live& live, int32_t pid) { return claimIn(live, &Control::holders, pid); }
+void freeSlot(Live& live, int32_t pid) { freeIn(live, &Control::holders, pid); }
 
 // Adds `delta` to the hold count, kept within 0 to 255. False when a hold
 // cannot be added.
@@ -72,35 +78,6 @@ bool anyHolder(Live& live)
     return false;
 }
 
-// Puts the area in order unless the ring has not moved since the last
-// reader did; one reader at a time does it, the others wait for it.
-void settle(Live& live)
-{
-    auto pid = static_cast<int32_t>(getpid());
-    int32_t* settler = &live.control->settler;
-    int64_t until = monotonicNs() + settlerWaitNs;
-    for (;;) {
-        int32_t owner = 0;
-        if (__atomic_compare_exchange_n(settler, &owner, pid, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
-            break;
-        if (owner != pid && !alive(owner))
-            __atomic_compare_exchange_n(settler, &owner, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED);
-        else if (monotonicNs() >= until)
-            return;  // go on over what is there; the tool reads it safely
-        else
-            nap();
-    }
-    uint64_t key = loadRing(live) & ~notAreaBits;
-    if (live.laneCount != 0) {
-        lanesGather(live, settleWaitNs);
-    } else if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != key) {
-        ringRestoreHeader(live);
-        ringSettle(live, settleWaitNs);
-        __atomic_store_n(&live.control->settled, loadRing(live) & ~notAreaBits, __ATOMIC_RELEASE);
-    }
-    __atomic_store_n(settler, 0, __ATOMIC_RELEASE);
-}
-
 // One hold of one ring: claimed in the table before it is counted, and
 // given back after, so that a sweep that reads the table never counts fewer
 // holds than there are.
@@ -121,23 +98,100 @@ void releaseRing(Live& ring, int32_t pid)
     freeSlot(ring, pid);
 }
 
+// True when a process that is still alive reads the area as the last merge
+// left it; the entries of dead ones are given back on the way.
+bool anyReader(Live& live)
+{
+    bool found = false;
+    for (int32_t& slot : live.control->readers) {
+        int32_t pid = __atomic_load_n(&slot, __ATOMIC_ACQUIRE);
+        if (pid == 0)
+            continue;
+        if (alive(pid))
+            found = true;
+        else
+            __atomic_compare_exchange_n(&slot, &pid, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED);
+    }
+    return found;
+}
+
+// Merges the lanes into the area, unless another reader still reads the
+// area as it is. A reader alone in the hold count merges whatever the table
+// of readers says (a stray write may fill it), and empties that table.
+void mergeUnlessRead(Live& live)
+{
+    if (RingState::decode(loadRing(live)).holds > 1) {
+        if (anyReader(live))
+            return;
+    } else {
+        for (int32_t& slot : live.control->readers)
+            __atomic_store_n(&slot, 0, __ATOMIC_RELEASE);
+    }
+    if (holdLanes(live)) {
+        lanesGather(live, settleWaitNs);
+        releaseLanes(live);
+    }
+}
+
+// Puts the area in order unless the ring has not moved since the last
+// reader did, or merges the lanes into it; one reader at a time does it,
+// the others wait for it.
+void settle(Live& live)
+{
+    auto pid = static_cast<int32_t>(getpid());
+    int32_t* settler = &live.control->settler;
+    int64_t until = monotonicNs() + settlerWaitNs;
+    for (;;) {
+        int32_t owner = 0;
+        if (__atomic_compare_exchange_n(settler, &owner, pid, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
+            break;
+        if (owner != pid && !alive(owner))
+            __atomic_compare_exchange_n(settler, &owner, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED);
+        else if (monotonicNs() >= until)
+            return;  // go on over what is there; the tool reads it safely
+        else
+            nap();
+    }
+    uint64_t key = loadRing(live) & ~notAreaBits;
+    if (live.laneCount != 0) {
+        mergeUnlessRead(live);
+        claimIn(live, &Control::readers, pid);
+    } else if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != key) {
+        ringRestoreHeader(live);
+        ringSettle(live, settleWaitNs);
+        __atomic_store_n(&live.control->settled, loadRing(live) & ~notAreaBits, __ATOMIC_RELEASE);
+    }
+    __atomic_store_n(settler, 0, __ATOMIC_RELEASE);
+}
+
 }  // namespace
 
-int holdTake(Live& live)
+bool holdLanes(Live& live)
 {
-    holdSweep(live);
     auto pid = static_cast<int32_t>(getpid());
-    if (!holdRing(live, pid))
-        return EAGAIN;
     for (int32_t i = 0; i < live.laneCount; ++i) {
         holdSweep(live.lanes[i]);
         if (!holdRing(live.lanes[i], pid)) {
             while (i-- > 0)
                 releaseRing(live.lanes[i], pid);
-            releaseRing(live, pid);
-            return EAGAIN;
+            return false;
         }
     }
+    return true;
+}
+
+void releaseLanes(Live& live)
+{
+    auto pid = static_cast<int32_t>(getpid());
+    for (int32_t i = 0; i < live.laneCount; ++i)
+        releaseRing(live.lanes[i], pid);
+}
+
+int holdTake(Live& live)
+{
+    holdSweep(live);
+    if (!holdRing(live, static_cast<int32_t>(getpid())))
+        return EAGAIN;
     settle(live);
     return 0;
 }
@@ -145,8 +199,8 @@ int holdTake(Live& live)
 void holdRelease(Live& live)
 {
     auto pid = static_cast<int32_t>(getpid());
-    for (int32_t i = 0; i < live.laneCount; ++i)
-        releaseRing(live.lanes[i], pid);
+    if (live.laneCount != 0)
+        freeIn(live, &Control::readers, pid);
     releaseRing(live, pid);
 }
 

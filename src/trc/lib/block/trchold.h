@@ -1,8 +1,12 @@
-// Holding the trace for reading. While any reader holds it, writers place
-// no record (they drop and count it); the first reader puts the area in
-// order, or, when writers store into lanes, holds the lanes too and merges
-// them into the area (trclanes.h), and then every holder sees it complete
-// and unchanging. Several readers may hold it at once. Holders are kept by process id in the
+// Holding the trace for reading. Every holder sees the area complete and
+// unchanging; several readers may hold it at once.
+//
+// Where writers store into the area itself, they place no record while any
+// reader holds it (they drop and count it), and the first reader puts the
+// area in order. Where they store into lanes (trclanes.h), they go on while
+// the area is read: a reader that finds nobody else reading the area holds
+// the lanes for a moment and merges them into it, and then lets them go;
+// while the area is read, it stays as the last merge left it. Holders are kept by process id in the
 // control page, so that the hold of a reader that died is given back.
 #ifndef KELVO_TRCHOLD_H
 #define KELVO_TRCHOLD_H
@@ -20,6 +24,11 @@ constexpr int64_t settlerWaitNs = 10'000'000'000;
 // holders is full. Never waits longer than the bounds above.
 int holdTake(Live& live);
 void holdRelease(Live& live);
+
+// Holds every lane for a moment, so that no writer takes a place in one:
+// false, with none held, when one cannot be held.
+bool holdLanes(Live& live);
+void releaseLanes(Live& live);
 
 // Waits until the caller's hold is the only one: 0, or EAGAIN after
 // `seconds`.

@@ -7,7 +7,9 @@
 // found again from the block's size and n alone.
 #include "trclanes.h"
 
+#include "trcclock.h"
 #include "trcring.h"
+#include "trcsettle.h"
 #include "trcsize.h"
 
 #include <unistd.h>
@@ -82,6 +84,18 @@ void lanesReset(Live& live)
 {
     for (int32_t i = 0; i < live.laneCount; ++i)
         ringReset(live.lanes[i]);
+}
+
+void lanesClear(Live& live, int64_t waitNs)
+{
+    int64_t until = monotonicNs() + waitNs;
+    for (int32_t i = 0; i < live.laneCount; ++i) {
+        int64_t left = until - monotonicNs();
+        // The writers that took a place finish before the lane is emptied,
+        // so that no record lands behind the new end mark.
+        ringSettle(live.lanes[i], left > 0 ? left : 0);
+        ringReset(live.lanes[i]);
+    }
 }
 
 }  // namespace kelvo

@@ -11,11 +11,12 @@
 // word, zones, loss counts and holders. Threads of one processor share a
 // lane without sharing a line with any other processor.
 //
-// Readers never see a lane. When a reader takes the trace, it holds every
-// lane as well, so writers drop and count as they would for the area; the
-// first reader puts each lane in order (trcsettle.h) and merges their
-// records by time stamp into the area, the newest that fit, as if one ring
-// had taken them in that order. Every thread's stamps rise strictly
+// Readers never see a lane. A reader that takes the trace when nobody else
+// reads the area holds every lane for a moment (writers drop and count
+// meanwhile), puts each in order (trcsettle.h) and merges their records by
+// time stamp into the area, the newest that fit, as if one ring had taken
+// them in that order; then it lets the lanes go, and writers store into
+// them while the area is read (trchold.h). Every thread's stamps rise strictly
 // (trcstamp.h), so a thread that moved between processors keeps its order.
 //
 // A trace that keeps its initial records has no lanes: which records came
@@ -51,9 +52,12 @@ bool usableLaneCount(uint32_t lanes);
 // describes, whose first byte is `block`.
 void lanesPoint(const Live& live, uint8_t* block, Live* lanes);
 
-// Empties every lane; only under an exclusive hold, or before the block is
-// published.
+// Empties every lane of a block that no writer sees yet.
 void lanesReset(Live& live);
+
+// With every lane held: waits at most `waitNs` in all for the writers that
+// took a place, and empties every lane.
+void lanesClear(Live& live, int64_t waitNs);
 
 // The ring that this thread's writes go into: its processor's lane, or the
 // area itself.

@@ -61,6 +61,9 @@ struct Control {
     // When writers first found the zone ahead unfinished (coarse monotonic
     // ns), or 0.
     int64_t stallSince;
+    // With lanes: the processes that read the area as the last merge left
+    // it, which no merge may change under them.
+    int32_t readers[maxHolders];
     // Bytes committed in each zone of the area since writers last entered
     // it (trcring.h).
     alignas(64) uint32_t committed[maxZones];

@@ -62,9 +62,12 @@ int clearTrace()
     if (rc != 0)
         return rc;
     rc = holdAlone(*live, clearSeconds);
+    if (rc == 0 && !holdLanes(*live))
+        rc = EAGAIN;
     if (rc == 0) {
+        lanesClear(*live, settleWaitNs);
+        releaseLanes(*live);
         ringReset(*live);
-        lanesReset(*live);
         storeRelaxed(live->header->traceFull, int32_t{0});
         if (live->fileHeader != nullptr)
             storeRelaxed(live->fileHeader->traceFull, int32_t{0});
