@@ -20,8 +20,9 @@ int writePattern(uint32_t n)
     return trcWrite(1, 30, 2, 3, 4, 5, nullptr, text.data(), static_cast<unsigned>(text.size()));
 }
 
-// The first two processors this process may run on; false when it may run
-// on one only, and so writes into one lane.
+// Two processors this process may run on whose numbers differ in their
+// lowest bit, as the lanes are chosen by the low bits; false when there are
+// none, and so all writes go into one lane.
 bool twoProcessors(int (&cpus)[2])
 {
     cpu_set_t set;
@@ -29,7 +30,7 @@ bool twoProcessors(int (&cpus)[2])
     sched_getaffinity(0, sizeof set, &set);
     int found = 0;
     for (int cpu = 0; cpu < CPU_SETSIZE && found < 2; ++cpu)
-        if (CPU_ISSET(cpu, &set))
+        if (CPU_ISSET(cpu, &set) && (found == 0 || ((cpu ^ cpus[0]) & 1) != 0))
             cpus[found++] = cpu;
     return found == 2;
 }
