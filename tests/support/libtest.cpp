@@ -42,18 +42,21 @@ Instance::Instance()
     setenv("KELVO_INSTANCE", name_.c_str(), 1);
 }
 
-OneProcessor::OneProcessor()
+KeepProcessors::KeepProcessors()
 {
     CPU_ZERO(&before_);
     sched_getaffinity(0, sizeof before_, &before_);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    int cpu = sched_getcpu();
-    CPU_SET(cpu < 0 ? 0 : cpu, &one);
-    sched_setaffinity(0, sizeof one, &one);
 }
 
-OneProcessor::~OneProcessor() { sched_setaffinity(0, sizeof before_, &before_); }
+KeepProcessors::~KeepProcessors() { sched_setaffinity(0, sizeof before_, &before_); }
+
+void runOn(int cpu)
+{
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(cpu < 0 ? 0 : cpu, &one);
+    EXPECT_EQ(sched_setaffinity(0, sizeof one, &one), 0) << cpu;
+}
 
 int dumpTo(const std::string& path, std::string& bytes)
 {

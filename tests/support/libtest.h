@@ -50,17 +50,20 @@ private:
 
 int dumpTo(const std::string& path, std::string& bytes);  // trcDump; 0 or errno
 
-// Keeps this process, and the children it starts meanwhile, on one
-// processor, so that all their writes go into one lane: for the tests of
-// what writers of one ring do to each other.
-class OneProcessor {
+// Gives this process back, at the end of the scope, the processors it may
+// run on at its start.
+class KeepProcessors {
 public:
-    OneProcessor();
-    ~OneProcessor();
+    KeepProcessors();
+    ~KeepProcessors();
 
 private:
     cpu_set_t before_;
 };
+
+// Moves this process, and the children it starts from then on, to one
+// processor, so that all their writes go into one lane.
+void runOn(int cpu);
 
 // One record as the walk found it; whole: the trailing word equals the length.
 struct Found {

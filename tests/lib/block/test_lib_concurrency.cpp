@@ -122,56 +122,65 @@ TEST(LibConcurrency, TwoProcessesOfTwoThreadsWhileDumpingAndClearing)
 // the records written: in a trace with lanes, whose writers drop only
 // while the lanes are merged, and in one without, whose writers drop
 // whenever a reader holds it.
+namespace {
+
+void checkBooks(uint32_t retention)
+{
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.bufferSize = 65536 * 256;  // nothing is overwritten
+    args.flags = TRC_DEST_SHARED | retention | TRC_NO_POINTER_CHECK;
+    ASSERT_EQ(turnOn(args), 0);
+    constexpr uint32_t perThread = 20000;
+    int report[2];
+    ASSERT_EQ(pipe(report), 0);
+    for (int i = 0; i < 2; ++i) {
+        if (fork() == 0) {
+            int64_t stored = writeInTwoThreads(perThread);
+            _exit(write(report[1], &stored, sizeof stored) == sizeof stored ? 0 : 1);
+        }
+    }
+    int64_t storedByWriters = 0;
+    for (int running = 2; running > 0;) {
+        trcSemP();
+        usleep(200);
+        trcSemV();
+        int status = 0;
+        if (waitpid(-1, &status, WNOHANG) > 0) {
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+            int64_t stored = -1;
+            ASSERT_EQ(read(report[0], &stored, sizeof stored), static_cast<ssize_t>(sizeof stored));
+            storedByWriters += stored;
+            --running;
+        }
+    }
+    close(report[0]);
+    close(report[1]);
+    // One more record brings the report of the last losses with it.
+    ASSERT_EQ(writePattern(0), 0);
+    Walked w = dumpAndWalk(dir);
+    checkDump(w);
+    int64_t patterns = 0, lost = 0;
+    for (const Found& f : w.records) {
+        unsigned n = 0;
+        if (!isFacilityRecord(f))
+            ++patterns;
+        else if (std::sscanf(f.data.c_str(), "lost %u record", &n) == 1)
+            lost += n;
+    }
+    EXPECT_EQ(patterns, storedByWriters + 1);
+    EXPECT_TRUE(lost > 0 || retention == TRC_KEEP_LAST);
+    EXPECT_EQ(patterns - 1 + lost, int64_t{4} * perThread);
+}
+
+}  // namespace
+
 TEST(LibConcurrency, StoredAndLostRecordsAddUpToTheRecordsWritten)
 {
     for (uint32_t retention : {TRC_KEEP_LAST, TRC_KEEP_INITIAL}) {
         SCOPED_TRACE(retention);
-        Instance instance;
-        TempDir dir;
-        OnArgs args;
-        args.bufferSize = 65536 * 256;  // nothing is overwritten
-        args.flags = TRC_DEST_SHARED | retention | TRC_NO_POINTER_CHECK;
-        ASSERT_EQ(turnOn(args), 0);
-        constexpr uint32_t perThread = 20000;
-        int report[2];
-        ASSERT_EQ(pipe(report), 0);
-        for (int i = 0; i < 2; ++i) {
-            if (fork() == 0) {
-                int64_t stored = writeInTwoThreads(perThread);
-                _exit(write(report[1], &stored, sizeof stored) == sizeof stored ? 0 : 1);
-            }
-        }
-        int64_t storedByWriters = 0;
-        for (int running = 2; running > 0;) {
-            trcSemP();
-            usleep(200);
-            trcSemV();
-            int status = 0;
-            if (waitpid(-1, &status, WNOHANG) > 0) {
-                EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-                int64_t stored = -1;
-                ASSERT_EQ(read(report[0], &stored, sizeof stored), static_cast<ssize_t>(sizeof stored));
-                storedByWriters += stored;
-                --running;
-            }
-        }
-        close(report[0]);
-        close(report[1]);
-        // One more record brings the report of the last losses with it.
-        ASSERT_EQ(writePattern(0), 0);
-        Walked w = dumpAndWalk(dir);
-        checkDump(w);
-        int64_t patterns = 0, lost = 0;
-        for (const Found& f : w.records) {
-            unsigned n = 0;
-            if (!isFacilityRecord(f))
-                ++patterns;
-            else if (std::sscanf(f.data.c_str(), "lost %u record", &n) == 1)
-                lost += n;
-        }
-        EXPECT_EQ(patterns, storedByWriters + 1);
-        EXPECT_TRUE(lost > 0 || retention == TRC_KEEP_LAST);
-        EXPECT_EQ(patterns - 1 + lost, int64_t{4} * perThread);
+        checkBooks(retention);
     }
 }
 
@@ -238,7 +247,9 @@ TEST(LibConcurrency, TheOthersDropTheirRecordsRatherThanTakeItsPlace)
     TempDir dir;
     OnArgs args;
     args.bufferSize = 65536 * 4;
-    OneProcessor oneLane;
+    // The held-up writer and the others share one ring.
+    KeepProcessors keep;
+    runOn(sched_getcpu());
     for (int attempt = 0; attempt < 5; ++attempt) {
         ASSERT_EQ(attempt == 0 || trcOff(0) == 0, true);
         ASSERT_EQ(turnOn(args), 0);
@@ -273,7 +284,9 @@ TEST(LibConcurrency, AWriterHeldUpTooLongIsGivenUp)
     TempDir dir;
     OnArgs args;
     args.bufferSize = 65536 * 4;
-    OneProcessor oneLane;
+    // The held-up writer and the others share one ring.
+    KeepProcessors keep;
+    runOn(sched_getcpu());
     ASSERT_EQ(turnOn(args), 0);
     pid_t held = stoppedWriter();
     auto start = std::chrono::steady_clock::now();

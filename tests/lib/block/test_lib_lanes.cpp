@@ -35,29 +35,19 @@ bool twoProcessors(int (&cpus)[2])
     return found == 2;
 }
 
-void runOn(int cpu)
-{
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(cpu, &one);
-    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
-}
-
 int64_t stampOf(const Found& f) { return int64_t{f.head.sec} * 1'000'000'000 + f.head.nsec; }
 
 class LibLanes : public testing::Test {
 protected:
     void SetUp() override
     {
-        sched_getaffinity(0, sizeof allowed, &allowed);
         if (!twoProcessors(cpus))
             GTEST_SKIP() << "one processor: writers share one ring";
     }
-    void TearDown() override { sched_setaffinity(0, sizeof allowed, &allowed); }
     Instance instance;
     TempDir dir;
     OnArgs args;
-    cpu_set_t allowed{};
+    KeepProcessors keep;
     int cpus[2] = {};
 };
 

@@ -152,11 +152,10 @@ void settle(Live& live)
         else
             nap();
     }
-    uint64_t key = loadRing(live) & ~notAreaBits;
     if (live.laneCount != 0) {
         mergeUnlessRead(live);
         claimIn(live, &Control::readers, pid);
-    } else if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != key) {
+    } else if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != (loadRing(live) & ~notAreaBits)) {
         ringRestoreHeader(live);
         ringSettle(live, settleWaitNs);
         __atomic_store_n(&live.control->settled, loadRing(live) & ~notAreaBits, __ATOMIC_RELEASE);

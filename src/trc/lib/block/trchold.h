@@ -6,8 +6,9 @@
 // area in order. Where they store into lanes (trclanes.h), they go on while
 // the area is read: a reader that finds nobody else reading the area holds
 // the lanes for a moment and merges them into it, and then lets them go;
-// while the area is read, it stays as the last merge left it. Holders are kept by process id in the
-// control page, so that the hold of a reader that died is given back.
+// while the area is read, it stays as the last merge left it. Holders are
+// kept by process id in the control page, so that the hold of a reader that
+// died is given back.
 #ifndef KELVO_TRCHOLD_H
 #define KELVO_TRCHOLD_H
 

@@ -86,16 +86,21 @@ void lanesReset(Live& live)
         ringReset(live.lanes[i]);
 }
 
-void lanesClear(Live& live, int64_t waitNs)
+void lanesSettle(Live& live, int64_t waitNs)
 {
     int64_t until = monotonicNs() + waitNs;
     for (int32_t i = 0; i < live.laneCount; ++i) {
         int64_t left = until - monotonicNs();
-        // The writers that took a place finish before the lane is emptied,
-        // so that no record lands behind the new end mark.
         ringSettle(live.lanes[i], left > 0 ? left : 0);
-        ringReset(live.lanes[i]);
     }
+}
+
+void lanesClear(Live& live, int64_t waitNs)
+{
+    // The writers that took a place finish before the lane is emptied, so
+    // that no record lands behind the new end mark.
+    lanesSettle(live, waitNs);
+    lanesReset(live);
 }
 
 }  // namespace kelvo

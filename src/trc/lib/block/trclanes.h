@@ -55,8 +55,11 @@ void lanesPoint(const Live& live, uint8_t* block, Live* lanes);
 // Empties every lane of a block that no writer sees yet.
 void lanesReset(Live& live);
 
-// With every lane held: waits at most `waitNs` in all for the writers that
-// took a place, and empties every lane.
+// With every lane held: puts every lane in order (trcsettle.h), waiting at
+// most `waitNs` in all for the writers that took a place.
+void lanesSettle(Live& live, int64_t waitNs);
+
+// With every lane held: waits as lanesSettle does, and empties every lane.
 void lanesClear(Live& live, int64_t waitNs);
 
 // The ring that this thread's writes go into: its processor's lane, or the

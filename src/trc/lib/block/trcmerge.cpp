@@ -16,11 +16,11 @@
 // that readers walk is whole whatever the lanes hold.
 #include "trclanes.h"
 
-#include "trcclock.h"
 #include "trcring.h"
 #include "trcsettle.h"
 #include "trcstore.h"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -183,7 +183,7 @@ void AreaWriter::put(const Live& lane, const Slot& slot)
     if (!ringPlace(area_, state_, aligned, false, p))
         return;
     if (p.fillerSize != 0)
-        ringWriteFiller(area_, p.fillerAt, p.fillerSize, p.at < p.fillerAt ? previousLap(state_.lap) : state_.lap);
+        ringWriteFillerBefore(area_, p, state_.lap);
     uint8_t* to = area_.area + p.at;
     std::memcpy(to, lane.area + slot.at, static_cast<std::size_t>(aligned));
     auto* record = reinterpret_cast<trcRecord_t*>(to);
@@ -267,12 +267,9 @@ void lanesGather(Live& live, int64_t waitNs)
 {
     if (!lanesMoved(live))
         return;
-    int64_t until = monotonicNs() + waitNs;
-    for (int32_t i = 0; i < live.laneCount; ++i) {
-        int64_t left = until - monotonicNs();
-        ringSettle(live.lanes[i], left > 0 ? left : 0);
+    lanesSettle(live, waitNs);
+    for (int32_t i = 0; i < live.laneCount; ++i)
         storeLossReport(live.lanes[i]);
-    }
     merge(live);
     ringRestoreHeader(live);
     for (int32_t i = 0; i < live.laneCount; ++i)

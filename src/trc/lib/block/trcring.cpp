@@ -151,6 +151,11 @@ void ringWriteFiller(Live& live, int32_t at, int32_t size, uint16_t lap)
     ringCommit(live, at, size);
 }
 
+void ringWriteFillerBefore(Live& live, const Placement& p, uint16_t lap)
+{
+    ringWriteFiller(live, p.fillerAt, p.fillerSize, p.at < p.fillerAt ? previousLap(lap) : lap);
+}
+
 void ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& f, int32_t length)
 {
     ringStore(live, at, pendingWord(lap, length));

@@ -196,6 +196,9 @@ constexpr uint32_t lapBits = 0xFFFFu;
 
 // A filler of 12 bytes or more carries its lap in its second word.
 void ringWriteFiller(Live& live, int32_t at, int32_t size, uint16_t lap);
+// The filler that closes the segment before place `p`, taken in lap `lap`:
+// a filler that closes the area belongs to the lap before the wrap.
+void ringWriteFillerBefore(Live& live, const Placement& p, uint16_t lap);
 
 // The fields of a record as its writer gives them; ident1's low bits are
 // the ring's.

@@ -27,23 +27,6 @@ constexpr long pollNs = 50'000;
 constexpr char abandonedText[] = "record abandoned by its writer";
 constexpr char damagedText[] = "damaged records given up";
 
-}  // namespace
-
-void ringRestoreHeader(Live& live)
-{
-    uint32_t kept = live.control->keptFlags &
-                    (TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE | TRC_KEEP_LAST | TRC_KEEP_INITIAL);
-    for (trcHeader_t* h : {live.header, live.fileHeader}) {
-        if (h == nullptr)
-            continue;
-        storeRelaxed(h->bufferSize, live.bufferSize);
-        uint32_t flags = loadRelaxed(h->flags);
-        storeRelaxed(h->flags, (flags & ~0x1Fu) | kept);
-    }
-}
-
-namespace {
-
 class Settler {
 public:
     Settler(Live& live, int64_t waitNs) : live_(live), deadline_(monotonicNs() + waitNs), seg_(live.segmentSize) {}
@@ -277,6 +260,19 @@ void ringSettle(Live& live, int64_t waitNs)
     RingState s = RingState::decode(loadRing(live));
     if (ringEndUsable(live, s))
         ringRecount(live, static_cast<int32_t>(s.end));
+}
+
+void ringRestoreHeader(Live& live)
+{
+    uint32_t kept = live.control->keptFlags &
+                    (TRC_DEST_SHARED | TRC_DEST_FILE | TRC_DEST_NATIVE | TRC_KEEP_LAST | TRC_KEEP_INITIAL);
+    for (trcHeader_t* h : {live.header, live.fileHeader}) {
+        if (h == nullptr)
+            continue;
+        storeRelaxed(h->bufferSize, live.bufferSize);
+        uint32_t flags = loadRelaxed(h->flags);
+        storeRelaxed(h->flags, (flags & ~0x1Fu) | kept);
+    }
 }
 
 }  // namespace kelvo

@@ -275,9 +275,8 @@ int drop(Live& live, Refusal refusal)
 
 void writePlaced(Live& live, const Placement& p, uint16_t lap, const RecordSource& record, int32_t length, Stamp stamp)
 {
-    // A filler that closes the area is of the lap before the wrap.
     if (p.fillerSize != 0) {
-        ringWriteFiller(live, p.fillerAt, p.fillerSize, p.at < p.fillerAt ? previousLap(lap) : lap);
+        ringWriteFillerBefore(live, p, lap);
         if (ringOwnFiller(live, p) == 0)
             ringCountCommit(live, p.fillerAt, p.fillerSize);
     }
@@ -450,8 +449,8 @@ void storeLossReport(Live& ring)
     int32_t aligned = trcAligned(length);
     Placement place;
     uint16_t lap = 0;
-    bool keepInitial = (loadRelaxed(ring.header->flags) & TRC_KEEP_INITIAL) != 0;
-    if (reserve(ring, &aligned, 1, keepInitial, true, &place, lap, true) != Refusal::none) {
+    // Only lanes are reported so, and a lane never keeps its initial records.
+    if (reserve(ring, &aligned, 1, false, true, &place, lap, true) != Refusal::none) {
         giveBackLosses(ring, losses);
         return;
     }
