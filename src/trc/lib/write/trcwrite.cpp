@@ -27,15 +27,16 @@ RecordIds idsOf(unsigned product, unsigned event, unsigned component, unsigned k
 // Objects are identified by the low 32 bits of their address.
 uint32_t objectOf(const void* thisPointer) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(thisPointer)); }
 
+// The record is built once, where it stays: copying its identifier bytes
+// into a second one would load them wider than they were stored, which
+// stalls the write until they reach the cache.
 int write(const RecordIds& ids, const void* thisPointer, const void* data, uint32_t length)
 {
-    uint32_t object = objectOf(thisPointer);
-    kelvo::Live* live = kelvo::traceFor(ids, object);
+    RecordSource record{ids, objectOf(thisPointer), static_cast<const uint8_t*>(data), data == nullptr ? 0 : length};
+    kelvo::Live* live = kelvo::traceFor(record.ids, record.thisPointer);
     if (live == nullptr) [[likely]]
         return 1;
-    if (data == nullptr)
-        length = 0;
-    return kelvo::storeRecord(*live, RecordSource{ids, object, static_cast<const uint8_t*>(data), length});
+    return kelvo::storeRecord(*live, record);
 }
 
 }  // namespace
