@@ -37,6 +37,8 @@ constexpr int rateToleranceShift = 8;
 
 KELVO_FAST_TLS CycleClock threadClock;
 KELVO_FAST_TLS int64_t lastStampNs;
+KELVO_FAST_TLS int64_t secondStartNs;
+KELVO_FAST_TLS int32_t currentSecond;
 
 int64_t realNs()
 {
@@ -142,7 +144,17 @@ Stamp stampNow()
     if (ns <= lastStampNs)
         ns = lastStampNs + 1;
     lastStampNs = ns;
-    return Stamp{static_cast<int32_t>(ns / nsPerSec), static_cast<int32_t>(ns % nsPerSec)};
+    // A thread's stamps mostly fall in the second of the one before: the
+    // division is made once a second (0 starts second 0, which is right).
+    auto intoSecond = static_cast<uint64_t>(ns - secondStartNs);
+    if (intoSecond < nsPerSec) [[likely]]
+        return Stamp{currentSecond, static_cast<int32_t>(intoSecond)};
+    Stamp stamp{static_cast<int32_t>(ns / nsPerSec), static_cast<int32_t>(ns % nsPerSec)};
+    if (ns >= 0) {
+        currentSecond = stamp.sec;
+        secondStartNs = ns - stamp.nsec;
+    }
+    return stamp;
 }
 
 }  // namespace kelvo
