@@ -16,7 +16,7 @@
 namespace kelvo {
 
 constexpr uint32_t controlMagic = 0x4B4C564Fu;  // "KLVO"
-constexpr uint32_t controlLayout = 5;
+constexpr uint32_t controlLayout = 6;
 constexpr std::size_t controlBytes = 4096;
 constexpr int32_t smallestBuffer = 64;
 constexpr int maxHolders = 32;
@@ -67,6 +67,9 @@ struct Control {
     // Bytes committed in each zone of the area since writers last entered
     // it (trcring.h).
     alignas(64) uint32_t committed[maxZones];
+    // The lap in which writers last entered each zone: a writer whose place
+    // was given up finds its zone entered again and stores nothing more.
+    alignas(64) uint16_t zoneLap[maxZones];
 };
 static_assert(sizeof(Control) <= controlBytes);
 static_assert(offsetof(Control, ring) == 64);

@@ -183,7 +183,7 @@ void AreaWriter::put(const Live& lane, const Slot& slot)
     if (!ringPlace(area_, state_, aligned, false, p))
         return;
     if (p.fillerSize != 0)
-        ringWriteFillerBefore(area_, p, state_.lap);
+        ringWriteFillerBefore(area_, p);
     uint8_t* to = area_.area + p.at;
     std::memcpy(to, lane.area + slot.at, static_cast<std::size_t>(aligned));
     auto* record = reinterpret_cast<trcRecord_t*>(to);

@@ -14,6 +14,16 @@ constexpr int64_t stallGiveUpNs = 50'000'000;
 
 int32_t* wordAt(const Live& live, int32_t offset) { return reinterpret_cast<int32_t*>(live.area + offset); }
 
+void storeWord(Live& live, int32_t offset, int32_t value)
+{
+    __atomic_store_n(wordAt(live, offset), value, __ATOMIC_RELAXED);
+}
+
+void commitWord(Live& live, int32_t offset, int32_t length)
+{
+    __atomic_store_n(wordAt(live, offset), length, __ATOMIC_RELEASE);
+}
+
 void hook()
 {
 #ifdef KELVO_AREA_STORE_HOOK
@@ -51,22 +61,22 @@ int32_t ringOwnFiller(const Live& live, const Placement& p)
 
 bool ringEnterZone(Live& live, const Placement& p)
 {
-    uint32_t* count = &live.control->committed[ringZoneOf(live, p.at)];
-    auto due = static_cast<uint32_t>(zoneBytes(live, ringZoneOf(live, p.at)) - ringOwnFiller(live, p));
+    int32_t zone = ringZoneOf(live, p.at);
+    uint32_t* count = &live.control->committed[zone];
+    auto due = static_cast<uint32_t>(zoneBytes(live, zone) - ringOwnFiller(live, p));
     uint32_t seen = __atomic_load_n(count, __ATOMIC_ACQUIRE);
-    while (seen >= due) {
-        if (__atomic_compare_exchange_n(count, &seen, seen - due, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
-            __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
-            return true;
-        }
-    }
+    bool claimed = false;
+    while (!claimed && seen >= due)
+        claimed = __atomic_compare_exchange_n(count, &seen, seen - due, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
     // The writer still inside is stopped or gone: its place is given up.
-    if (stalledTooLong(live) &&
-        __atomic_compare_exchange_n(count, &seen, 0u, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
-        __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
-        return true;
-    }
-    return false;
+    if (!claimed)
+        claimed = stalledTooLong(live) &&
+                  __atomic_compare_exchange_n(count, &seen, 0u, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+    if (!claimed)
+        return false;
+    __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
+    __atomic_store_n(&live.control->zoneLap[zone], p.lap, __ATOMIC_RELEASE);
+    return true;
 }
 
 void ringGiveBackZone(Live& live, const Placement& p)
@@ -80,14 +90,17 @@ void ringCountCommit(Live& live, int32_t at, int32_t bytes)
     __atomic_add_fetch(&live.control->committed[ringZoneOf(live, at)], static_cast<uint32_t>(bytes), __ATOMIC_RELEASE);
 }
 
-void ringRecount(Live& live, int32_t end)
+void ringRecount(Live& live, const RingState& state)
 {
+    auto end = static_cast<int32_t>(state.end);
     int32_t endZone = ringZoneOf(live, end);
     int32_t zones = ringZoneOf(live, live.bufferSize - 1) + 1;
+    uint16_t above = state.wrapped ? previousLap(state.lap) : state.lap;
     for (int32_t z = 0; z < zones; ++z) {
         uint32_t count = z == endZone ? static_cast<uint32_t>(end - (z << ringZoneBits(live)))
                                       : static_cast<uint32_t>(zoneBytes(live, z));
         __atomic_store_n(&live.control->committed[z], count, __ATOMIC_RELEASE);
+        __atomic_store_n(&live.control->zoneLap[z], z <= endZone ? state.lap : above, __ATOMIC_RELEASE);
     }
     __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
 }
@@ -112,7 +125,7 @@ void ringReset(Live& live)
     __atomic_store_n(&live.control->lostHeld, 0u, __ATOMIC_RELAXED);
     __atomic_store_n(&live.control->lostFull, 0u, __ATOMIC_RELAXED);
     __atomic_store_n(&live.control->lostBusy, 0u, __ATOMIC_RELAXED);
-    ringRecount(live, TRC_START_MARKER);
+    ringRecount(live, fresh);
     __atomic_store_n(&live.control->settled, uint64_t{0}, __ATOMIC_RELAXED);
 }
 
@@ -121,13 +134,13 @@ int32_t ringWord(const Live& live, int32_t offset) { return __atomic_load_n(word
 void ringStore(Live& live, int32_t offset, int32_t value)
 {
     hook();
-    __atomic_store_n(wordAt(live, offset), value, __ATOMIC_RELAXED);
+    storeWord(live, offset, value);
 }
 
 void ringCommit(Live& live, int32_t offset, int32_t length)
 {
     hook();
-    __atomic_store_n(wordAt(live, offset), length, __ATOMIC_RELEASE);
+    commitWord(live, offset, length);
 }
 
 int32_t pendingWord(uint16_t lap, int32_t length)
@@ -151,14 +164,32 @@ void ringWriteFiller(Live& live, int32_t at, int32_t size, uint16_t lap)
     ringCommit(live, at, size);
 }
 
-void ringWriteFillerBefore(Live& live, const Placement& p, uint16_t lap)
+bool ringOwns(const Live& live, int32_t at, uint16_t lap)
 {
-    ringWriteFiller(live, p.fillerAt, p.fillerSize, p.at < p.fillerAt ? previousLap(lap) : lap);
+    return __atomic_load_n(&live.control->zoneLap[ringZoneOf(live, at)], __ATOMIC_ACQUIRE) == lap;
 }
 
-void ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& f, int32_t length)
+bool ringWriteFillerBefore(Live& live, const Placement& p, bool owned)
 {
-    ringStore(live, at, pendingWord(lap, length));
+    uint16_t lap = p.at < p.fillerAt ? previousLap(p.lap) : p.lap;
+    // A filler in the zone of its record is owned with the record's place.
+    bool sameZone = ringZoneOf(live, p.fillerAt) == ringZoneOf(live, p.at);
+    if (owned && !ringOwns(live, p.fillerAt, sameZone ? p.lap : lap))
+        return false;
+    ringWriteFiller(live, p.fillerAt, p.fillerSize, lap);
+    return true;
+}
+
+bool ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& f, int32_t length, bool owned)
+{
+    const uint16_t* zoneLap = owned ? &live.control->zoneLap[ringZoneOf(live, at)] : &lap;
+    auto stillOwned = [&] {
+        hook();
+        return __atomic_load_n(zoneLap, __ATOMIC_ACQUIRE) == lap;
+    };
+    if (!stillOwned())
+        return false;
+    storeWord(live, at, pendingWord(lap, length));
     uint8_t* bytes = live.area + at;
     // The next records go behind this one: own their cache lines before the
     // next compare-and-swap, which waits for every store before it.
@@ -182,8 +213,13 @@ void ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& f
     auto padding = static_cast<std::size_t>(aligned - 4 - TRC_RECORD_FIXED) - copied;
     if (padding != 0)
         std::memset(bytes + TRC_RECORD_FIXED + copied, 0, padding);
-    ringStore(live, at + aligned - 4, length);
-    ringCommit(live, at, length);
+    if (!stillOwned())
+        return false;
+    storeWord(live, at + aligned - 4, length);
+    if (!stillOwned())
+        return false;
+    commitWord(live, at, length);
+    return true;
 }
 
 void ringMarkLoss(Live& live) { __atomic_fetch_or(&live.control->ring, lossBit, __ATOMIC_ACQ_REL); }

@@ -29,6 +29,15 @@
 // until the slow writer commits. A writer that holds its place for more than
 // 50 ms (stopped, or killed) is given up, as a reader gives it up: the zone
 // is then claimed all the same.
+//
+// Every claim also notes the lap in which the zone was entered. A writer
+// looks at its zone's lap before each store of its record's structure: once
+// the others have entered the zone again, its place holds their records, and
+// a writer that was given up and goes on (a debugger let it go) stores
+// nothing more and counts its record as lost. Only a writer stopped between
+// a look and the store behind it can still land part of its record on
+// newer ones; closing that gap needs the kernel's help (restartable
+// sequences), which the writer does not use.
 #ifndef KELVO_TRCRING_H
 #define KELVO_TRCRING_H
 
@@ -98,6 +107,7 @@ struct Placement {
     int32_t at = 0;
     int32_t fillerAt = 0;
     int32_t fillerSize = 0;  // 0: no filler
+    uint16_t lap = 0;        // of the record placed at `at`
 };
 
 // True when a record can start at `state.end`; only a stray write into the
@@ -129,6 +139,7 @@ inline bool ringPlace(const Live& live, RingState& state, int32_t aligned, bool 
         }
     }
     out.at = static_cast<int32_t>(at);
+    out.lap = state.lap;
     state.end = static_cast<uint32_t>(at + aligned);
     return true;
 }
@@ -166,8 +177,14 @@ int32_t ringOwnFiller(const Live& live, const Placement& p);
 void ringCountCommit(Live& live, int32_t at, int32_t bytes);
 
 // Sets the zone counts for an area in order whose end mark is at `end`:
-// every zone whole but the end mark's, which holds what lies below it.
-void ringRecount(Live& live, int32_t end);
+// every zone whole but the end mark's, which holds what lies below it. The
+// zones up to the end mark's were entered in `state`'s lap, those above it
+// in the lap before when the area has wrapped.
+void ringRecount(Live& live, const RingState& state);
+
+// True while the zone of offset `at` was last entered in `lap`: a place
+// taken there in that lap is still its writer's.
+bool ringOwns(const Live& live, int32_t at, uint16_t lap);
 
 // Largest length of a record that a segment can hold.
 int32_t ringLargestRecord(const Live& live);
@@ -196,9 +213,10 @@ constexpr uint32_t lapBits = 0xFFFFu;
 
 // A filler of 12 bytes or more carries its lap in its second word.
 void ringWriteFiller(Live& live, int32_t at, int32_t size, uint16_t lap);
-// The filler that closes the segment before place `p`, taken in lap `lap`:
-// a filler that closes the area belongs to the lap before the wrap.
-void ringWriteFillerBefore(Live& live, const Placement& p, uint16_t lap);
+// The filler that closes the segment before place `p`: a filler that closes
+// the area belongs to the lap before the wrap. With `owned`, only while the
+// writer still owns its place (ringOwns); false when it no longer does.
+bool ringWriteFillerBefore(Live& live, const Placement& p, bool owned = false);
 
 // The fields of a record as its writer gives them; ident1's low bits are
 // the ring's.
@@ -219,8 +237,11 @@ struct RecordFields {
 // Writes a record of `length` bytes at the place taken: marks the slot
 // pending, writes the fields straight into the area (staging them and
 // copying costs a stalled load), then the trailing word, and commits it by
-// its length word. Data beyond the length is cut.
-void ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& fields, int32_t length);
+// its length word. Data beyond the length is cut. With `owned`, each store
+// of the slot's structure is made only while the writer still owns its
+// place (ringOwns); false when it stopped for that reason.
+bool ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& fields, int32_t length,
+                     bool owned = false);
 
 // Flags that writers set on the ring word while they drop records.
 void ringMarkLoss(Live& live);

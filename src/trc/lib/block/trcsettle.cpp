@@ -259,7 +259,7 @@ void ringSettle(Live& live, int64_t waitNs)
     Settler(live, waitNs).run();
     RingState s = RingState::decode(loadRing(live));
     if (ringEndUsable(live, s))
-        ringRecount(live, static_cast<int32_t>(s.end));
+        ringRecount(live, s);
 }
 
 void ringRestoreHeader(Live& live)

@@ -85,25 +85,6 @@ int32_t recordLength(const Live& live, const RecordSource& record, bool rcEvent)
     return static_cast<int32_t>(std::clamp<int64_t>(wanted, smallest, largest));
 }
 
-void writeRecord(Live& live, int32_t offset, uint16_t lap, const RecordSource& record, int32_t length, Stamp stamp)
-{
-    const uint8_t* id = record.ids.id;
-    RecordFields fields{static_cast<uint32_t>(id[0]) << 24 | static_cast<uint32_t>(id[1]) << 16,
-                        static_cast<uint32_t>(id[2]) << 24 | static_cast<uint32_t>(id[3]) << 16 |
-                            static_cast<uint32_t>(id[4]) << 8 | id[5],
-                        record.thisPointer,
-                        processId(),
-                        threadId(),
-                        nodeOfProcess(),
-                        companionOfThread(),
-                        stamp.sec,
-                        stamp.nsec,
-                        record.data,
-                        record.length};
-    ringWriteRecord(live, offset, lap, fields, length);
-    ringCountCommit(live, offset, trcAligned(length));
-}
-
 // A reader that died holding the trace would keep every write out: writers
 // that find it held look for dead holders now and then. True when that
 // freed the trace.
@@ -227,7 +208,7 @@ bool claimZones(Live& live, const Placement* places, int count, int& claimed)
 // swap of the ring word. Clears the loss flag when `reportsLoss`. A reader
 // that holds the ring (`holding`) may place records all the same.
 Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial, bool reportsLoss, Placement* out,
-                uint16_t& lap, bool holding = false)
+                bool holding = false)
 {
     uint64_t word = loadRing(live);
     for (;;) {
@@ -250,10 +231,8 @@ Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial,
         int claimed = 0;
         if (!claimZones(live, out, count, claimed))
             return Refusal::busy;
-        if (casRing(live, word, next.encode())) {
-            lap = next.lap;
+        if (casRing(live, word, next.encode()))
             return Refusal::none;
-        }
         giveBackZones(live, out, claimed);
     }
 }
@@ -273,14 +252,44 @@ int drop(Live& live, Refusal refusal)
     return 1;
 }
 
-void writePlaced(Live& live, const Placement& p, uint16_t lap, const RecordSource& record, int32_t length, Stamp stamp)
+// Writes the record at its place and counts it in its zone. False when the
+// others had given the place up and entered its zone again before the
+// record was whole: nothing more was stored, and the record is lost.
+bool writeRecord(Live& live, const Placement& p, const RecordSource& record, int32_t length, Stamp stamp)
+{
+    const uint8_t* id = record.ids.id;
+    RecordFields fields{static_cast<uint32_t>(id[0]) << 24 | static_cast<uint32_t>(id[1]) << 16,
+                        static_cast<uint32_t>(id[2]) << 24 | static_cast<uint32_t>(id[3]) << 16 |
+                            static_cast<uint32_t>(id[4]) << 8 | id[5],
+                        record.thisPointer,
+                        processId(),
+                        threadId(),
+                        nodeOfProcess(),
+                        companionOfThread(),
+                        stamp.sec,
+                        stamp.nsec,
+                        record.data,
+                        record.length};
+    if (!ringWriteRecord(live, p.at, p.lap, fields, length, true))
+        return false;
+    // Given up after its commit: the record was whole, and the zone's count
+    // is the others' now.
+    if (ringOwns(live, p.at, p.lap))
+        ringCountCommit(live, p.at, trcAligned(length));
+    return true;
+}
+
+// Writes the filler before the place, if any, and the record; false as
+// writeRecord.
+bool writePlaced(Live& live, const Placement& p, const RecordSource& record, int32_t length, Stamp stamp)
 {
     if (p.fillerSize != 0) {
-        ringWriteFillerBefore(live, p, lap);
+        if (!ringWriteFillerBefore(live, p, true))
+            return false;
         if (ringOwnFiller(live, p) == 0)
             ringCountCommit(live, p.fillerAt, p.fillerSize);
     }
-    writeRecord(live, p.at, lap, record, length, stamp);
+    return writeRecord(live, p, record, length, stamp);
 }
 
 // The losses not yet reported, taken for a record of the facility that
@@ -317,17 +326,14 @@ int storeAfterLoss(Live& live, const RecordSource& record, int32_t length, bool 
     int32_t reportLength = reportLengthOf(report);
     int32_t aligned[2] = {trcAligned(reportLength), trcAligned(length)};
     Placement places[2];
-    uint16_t lap = 0;
-    Refusal refusal = reserve(live, aligned, 2, keepInitial, true, places, lap);
+    Refusal refusal = reserve(live, aligned, 2, keepInitial, true, places);
     if (refusal != Refusal::none) {
         giveBackLosses(live, losses);
         return drop(live, refusal);
     }
-    // The first place may close the lap before the second one.
-    uint16_t firstLap = places[1].at < places[0].at ? previousLap(lap) : lap;
-    writePlaced(live, places[0], firstLap, report, reportLength, stamp);
-    writePlaced(live, places[1], lap, record, length, stamp);
-    return 0;
+    if (!writePlaced(live, places[0], report, reportLength, stamp))
+        giveBackLosses(live, losses);
+    return writePlaced(live, places[1], record, length, stamp) ? 0 : drop(live, Refusal::busy);
 }
 
 // The ring word this thread expects: the one its last place left. A thread
@@ -351,7 +357,7 @@ bool fitsQuickly(const Live& live, uint64_t word, int32_t aligned)
 // The common case on the raw ring word: nobody holds the trace, nothing to
 // report, and the record fits behind the end mark in its segment. False
 // when the general way must decide.
-bool reserveQuickly(Live& live, int32_t aligned, Placement& out, uint16_t& lap)
+bool reserveQuickly(Live& live, int32_t aligned, Placement& out)
 {
     uint64_t word = expectedRing;
     bool guessed = true;
@@ -368,7 +374,7 @@ bool reserveQuickly(Live& live, int32_t aligned, Placement& out, uint16_t& lap)
             expectedRing = next;
             out.at = static_cast<int32_t>(static_cast<uint32_t>(word));
             out.fillerSize = 0;
-            lap = static_cast<uint16_t>(word >> 32);
+            out.lap = static_cast<uint16_t>(word >> 32);
             return true;
         }
         guessed = false;
@@ -381,18 +387,13 @@ int storeInArea(Live& live, const RecordSource& record, bool rcEvent, uint32_t f
     int32_t length = recordLength(live, record, rcEvent);
     int32_t aligned = trcAligned(length);
     Placement place;
-    uint16_t lap = 0;
-    if (reserveQuickly(live, aligned, place, lap)) [[likely]] {
-        writeRecord(live, place.at, lap, record, length, stamp);
-        return 0;
-    }
+    if (reserveQuickly(live, aligned, place)) [[likely]]
+        return writeRecord(live, place, record, length, stamp) ? 0 : drop(live, Refusal::busy);
     bool keepInitial = (flags & TRC_KEEP_INITIAL) != 0;
     for (;;) {
-        Refusal refusal = reserve(live, &aligned, 1, keepInitial, false, &place, lap);
-        if (refusal == Refusal::none) {
-            writePlaced(live, place, lap, record, length, stamp);
-            return 0;
-        }
+        Refusal refusal = reserve(live, &aligned, 1, keepInitial, false, &place);
+        if (refusal == Refusal::none)
+            return writePlaced(live, place, record, length, stamp) ? 0 : drop(live, Refusal::busy);
         if (refusal == Refusal::held && sweepWhenDue(live))
             continue;
         if (refusal != Refusal::lost)
@@ -448,13 +449,10 @@ void storeLossReport(Live& ring)
     int32_t length = reportLengthOf(report);
     int32_t aligned = trcAligned(length);
     Placement place;
-    uint16_t lap = 0;
     // Only lanes are reported so, and a lane never keeps its initial records.
-    if (reserve(ring, &aligned, 1, false, true, &place, lap, true) != Refusal::none) {
+    if (reserve(ring, &aligned, 1, false, true, &place, true) != Refusal::none ||
+        !writePlaced(ring, place, report, length, stampNow()))
         giveBackLosses(ring, losses);
-        return;
-    }
-    writePlaced(ring, place, lap, report, length, stampNow());
 }
 
 Live* traceFor(const RecordIds& ids, uint32_t thisPointer)
