@@ -183,9 +183,10 @@ bool ringWriteFillerBefore(Live& live, const Placement& p, bool owned)
 bool ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& f, int32_t length, bool owned)
 {
     const uint16_t* zoneLap = owned ? &live.control->zoneLap[ringZoneOf(live, at)] : &lap;
+    auto owns = [&] { return __atomic_load_n(zoneLap, __ATOMIC_ACQUIRE) == lap; };
     auto stillOwned = [&] {
         hook();
-        return __atomic_load_n(zoneLap, __ATOMIC_ACQUIRE) == lap;
+        return owns();
     };
     if (!stillOwned())
         return false;
@@ -207,6 +208,9 @@ bool ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& f
     fixed->nsec = f.nsec;
     auto room = static_cast<uint32_t>(length - TRC_RECORD_MIN);
     uint32_t copied = room < f.dataLength ? room : f.dataLength;
+    // The data is the longest stretch without a structure word: look again.
+    if (!owns())
+        return false;
     if (copied != 0)
         std::memcpy(bytes + TRC_RECORD_FIXED, f.data, copied);
     int32_t aligned = trcAligned(length);

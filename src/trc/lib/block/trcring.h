@@ -31,13 +31,14 @@
 // is then claimed all the same.
 //
 // Every claim also notes the lap in which the zone was entered. A writer
-// looks at its zone's lap before each store of its record's structure: once
-// the others have entered the zone again, its place holds their records, and
-// a writer that was given up and goes on (a debugger let it go) stores
-// nothing more and counts its record as lost. Only a writer stopped between
-// a look and the store behind it can still land part of its record on
-// newer ones; closing that gap needs the kernel's help (restartable
-// sequences), which the writer does not use.
+// looks at its zone's lap before each store of its record's structure and
+// before its data: once the others have entered the zone again, its place
+// holds their records, and a writer that was given up and goes on (a
+// debugger let it go) stores nothing more and counts its record as lost.
+// Only a writer stopped in the few stores between two looks (its fixed
+// fields, or its data) can still land those bytes on newer records; closing
+// that gap needs the kernel's help (restartable sequences), which the
+// writer does not use.
 #ifndef KELVO_TRCRING_H
 #define KELVO_TRCRING_H
 
@@ -238,8 +239,8 @@ struct RecordFields {
 // pending, writes the fields straight into the area (staging them and
 // copying costs a stalled load), then the trailing word, and commits it by
 // its length word. Data beyond the length is cut. With `owned`, each store
-// of the slot's structure is made only while the writer still owns its
-// place (ringOwns); false when it stopped for that reason.
+// of the slot's structure, and the data, is made only while the writer
+// still owns its place (ringOwns); false when it stopped for that reason.
 bool ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& fields, int32_t length,
                      bool owned = false);
 
