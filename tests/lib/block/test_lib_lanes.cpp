@@ -115,7 +115,7 @@ TEST_F(LibLanes, LanesThatHoldMoreThanTheAreaLeaveItsNewestRecordsInTimeOrder)
 
 // Writers go on while a reader holds the trace: the reader sees the area as
 // it took it, the next reader sees their records too.
-TEST_F(LibLanes, WritesWhileTheTraceIsHeldAreStoredAndShownToTheNextReader)
+TEST_F(LibLanes, WritesWhileTheTraceIsHeldAreStoredAndShownToADumpAndTheNextReader)
 {
     ASSERT_EQ(turnOn(args), 0);
     ASSERT_EQ(writePattern(0), 0);
@@ -127,8 +127,18 @@ TEST_F(LibLanes, WritesWhileTheTraceIsHeldAreStoredAndShownToTheNextReader)
                   return stored;
               }),
               5 << 8);
-    // A dump of this process holds the trace once more: the area unchanged.
-    EXPECT_EQ(dumpAndWalk(dir).records.size(), 1u);
+    // The area read in place stays as this hold found it; a dump made
+    // meanwhile merges the lanes into its own copy.
+    const trcHeader_t* live = trcAttach(0, 0, 0);
+    ASSERT_NE(live, nullptr);
+    auto inPlace = [&] {
+        return walkImage(std::string(reinterpret_cast<const char*>(live), TRC_HEADER_SIZE + live->bufferSize));
+    };
+    EXPECT_EQ(inPlace().records.size(), 1u);
+    Walked nested = dumpAndWalk(dir);
+    EXPECT_EQ(nested.records.size(), 6u);
+    expectRun(nested, 5);
+    EXPECT_EQ(inPlace().records.size(), 1u);
     ASSERT_EQ(trcSemV(), 0);
     Walked w = dumpAndWalk(dir);
     EXPECT_EQ(w.records.size(), 6u);

@@ -116,27 +116,32 @@ bool anyReader(Live& live)
 }
 
 // Merges the lanes into the area, unless another reader still reads the
-// area as it is. A reader alone in the hold count merges whatever the table
-// of readers says (a stray write may fill it), and empties that table.
-void mergeUnlessRead(Live& live)
+// area as it is: then into `aside` if there is one (true), or not at all. A
+// reader alone in the hold count merges whatever the table of readers says
+// (a stray write may fill it), and empties that table.
+bool mergeUnlessRead(Live& live, uint8_t* aside)
 {
+    bool read = false;
     if (RingState::decode(loadRing(live)).holds > 1) {
-        if (anyReader(live))
-            return;
+        read = anyReader(live);
     } else {
         for (int32_t& slot : live.control->readers)
             __atomic_store_n(&slot, 0, __ATOMIC_RELEASE);
     }
-    if (holdLanes(live)) {
+    if ((read && aside == nullptr) || !holdLanes(live))
+        return false;
+    if (read)
+        lanesGatherAside(live, aside, settleWaitNs);
+    else
         lanesGather(live, settleWaitNs);
-        releaseLanes(live);
-    }
+    releaseLanes(live);
+    return read;
 }
 
 // Puts the area in order unless the ring has not moved since the last
-// reader did, or merges the lanes into it; one reader at a time does it,
-// the others wait for it.
-void settle(Live& live)
+// reader did, or merges the lanes into it (or into `aside`, as
+// mergeUnlessRead); one reader at a time does it, the others wait for it.
+bool settle(Live& live, uint8_t* aside)
 {
     auto pid = static_cast<int32_t>(getpid());
     int32_t* settler = &live.control->settler;
@@ -148,12 +153,13 @@ void settle(Live& live)
         if (owner != pid && !alive(owner))
             __atomic_compare_exchange_n(settler, &owner, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED);
         else if (monotonicNs() >= until)
-            return;  // go on over what is there; the tool reads it safely
+            return false;  // go on over what is there; the tool reads it safely
         else
             nap();
     }
+    bool asideFilled = false;
     if (live.laneCount != 0) {
-        mergeUnlessRead(live);
+        asideFilled = mergeUnlessRead(live, aside);
         claimIn(live, &Control::readers, pid);
     } else if (__atomic_load_n(&live.control->settled, __ATOMIC_ACQUIRE) != (loadRing(live) & ~notAreaBits)) {
         ringRestoreHeader(live);
@@ -161,6 +167,7 @@ void settle(Live& live)
         __atomic_store_n(&live.control->settled, loadRing(live) & ~notAreaBits, __ATOMIC_RELEASE);
     }
     __atomic_store_n(settler, 0, __ATOMIC_RELEASE);
+    return asideFilled;
 }
 
 }  // namespace
@@ -186,12 +193,14 @@ void releaseLanes(Live& live)
         releaseRing(live.lanes[i], pid);
 }
 
-int holdTake(Live& live)
+int holdTake(Live& live, uint8_t* aside, bool* asideFilled)
 {
     holdSweep(live);
     if (!holdRing(live, static_cast<int32_t>(getpid())))
         return EAGAIN;
-    settle(live);
+    bool filled = settle(live, aside);
+    if (asideFilled != nullptr)
+        *asideFilled = filled;
     return 0;
 }
 

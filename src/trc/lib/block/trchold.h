@@ -6,7 +6,8 @@
 // area in order. Where they store into lanes (trclanes.h), they go on while
 // the area is read: a reader that finds nobody else reading the area holds
 // the lanes for a moment and merges them into it, and then lets them go;
-// while the area is read, it stays as the last merge left it. Holders are
+// while the area is read, it stays as the last merge left it, and a dump
+// made meanwhile merges the lanes into its own copy. Holders are
 // kept by process id in the control page, so that the hold of a reader that
 // died is given back.
 #ifndef KELVO_TRCHOLD_H
@@ -22,8 +23,11 @@ constexpr int64_t settleWaitNs = 50'000'000;
 constexpr int64_t settlerWaitNs = 10'000'000'000;
 
 // Takes a hold and puts the area in order. 0, or EAGAIN when the table of
-// holders is full. Never waits longer than the bounds above.
-int holdTake(Live& live);
+// holders is full. Never waits longer than the bounds above. When `aside`
+// (an area of the buffer's size) is given and another reader reads the area
+// as an earlier merge left it, the lanes are merged into `aside` instead,
+// and `*asideFilled` says so.
+int holdTake(Live& live, uint8_t* aside = nullptr, bool* asideFilled = nullptr);
 void holdRelease(Live& live);
 
 // Holds every lane for a moment, so that no writer takes a place in one:

@@ -16,7 +16,8 @@
 // meanwhile), puts each in order (trcsettle.h) and merges their records by
 // time stamp into the area, the newest that fit, as if one ring had taken
 // them in that order; then it lets the lanes go, and writers store into
-// them while the area is read (trchold.h). Every thread's stamps rise strictly
+// them while the area is read (trchold.h); a dump made meanwhile merges them
+// into its own copy. Every thread's stamps rise strictly
 // (trcstamp.h), so a thread that moved between processors keeps its order.
 //
 // A trace that keeps its initial records has no lanes: which records came
@@ -76,6 +77,11 @@ inline Live& ringOfWriter(Live& live)
 // most `waitNs` in all for the writers that took a place, and merges the
 // lanes into the area, unless no lane moved since the last merge.
 void lanesGather(Live& live, int64_t waitNs);
+
+// With every lane held: puts each lane in order as lanesGather does and
+// merges them into `aside`, an area of the buffer's size that this process
+// alone sees, leaving the shared area as it is.
+void lanesGatherAside(Live& live, uint8_t* aside, int64_t waitNs);
 
 }  // namespace kelvo
 

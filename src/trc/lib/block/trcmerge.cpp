@@ -261,19 +261,38 @@ bool lanesMoved(const Live& live)
     return false;
 }
 
+void settleLanes(Live& live, int64_t waitNs)
+{
+    lanesSettle(live, waitNs);
+    for (int32_t i = 0; i < live.laneCount; ++i)
+        storeLossReport(live.lanes[i]);
+}
+
 }  // namespace
 
 void lanesGather(Live& live, int64_t waitNs)
 {
     if (!lanesMoved(live))
         return;
-    lanesSettle(live, waitNs);
-    for (int32_t i = 0; i < live.laneCount; ++i)
-        storeLossReport(live.lanes[i]);
+    settleLanes(live, waitNs);
     merge(live);
     ringRestoreHeader(live);
     for (int32_t i = 0; i < live.laneCount; ++i)
         __atomic_store_n(&live.lanes[i].control->settled, laneKey(live.lanes[i]), __ATOMIC_RELEASE);
+}
+
+void lanesGatherAside(Live& live, uint8_t* aside, int64_t waitNs)
+{
+    settleLanes(live, waitNs);
+    // A view of the block whose area and ring word are this process's own.
+    // The lanes are not marked as merged: the shared area still lacks what
+    // they hold, and its next reader merges them.
+    Control control{};
+    Live view = live;
+    view.control = &control;
+    view.area = aside;
+    view.fileHeader = nullptr;
+    merge(view);
 }
 
 }  // namespace kelvo

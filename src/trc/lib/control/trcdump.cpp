@@ -45,7 +45,10 @@ int dump(int fd)
     std::unique_ptr<uint8_t[]> copy(new (std::nothrow) uint8_t[bytes]);
     if (!copy)
         return ENOMEM;
-    int rc = holdTake(*live);
+    // While another reader reads the area as an earlier merge left it, the
+    // lanes are merged straight into the copy, so that the dump is current.
+    bool merged = false;
+    int rc = holdTake(*live, copy.get() + TRC_HEADER_SIZE, &merged);
     if (rc != 0)
         return rc;
     if (loadRelaxed(live->control->removed) != 0) {
@@ -53,7 +56,8 @@ int dump(int fd)
         return ENOENT;
     }
     std::memcpy(copy.get(), live->header, TRC_HEADER_SIZE);
-    std::memcpy(copy.get() + TRC_HEADER_SIZE, live->area, static_cast<std::size_t>(live->bufferSize));
+    if (!merged)
+        std::memcpy(copy.get() + TRC_HEADER_SIZE, live->area, static_cast<std::size_t>(live->bufferSize));
     holdRelease(*live);
     return writeAll(fd, copy.get(), bytes);
 }
