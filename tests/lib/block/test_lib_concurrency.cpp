@@ -73,15 +73,17 @@ pid_t stoppedWriter(const char* store = "1")
 }
 
 // Every record whole, a pattern record or one of the facility, and each
-// writer's numbers and time stamps rising.
-void checkDump(const Walked& w)
+// writer's numbers and time stamps rising; with `faultRecords`, the
+// records of a fault_writer too.
+void checkDump(const Walked& w, bool faultRecords = false)
 {
     ASSERT_TRUE(w.complete);
     std::map<std::pair<uint32_t, uint32_t>, std::pair<int64_t, int64_t>> last;  // number, time
     for (const Found& f : w.records) {
         const int64_t t = int64_t{f.head.sec} * 1'000'000'000 + f.head.nsec;
-        const int64_t n = isFacilityRecord(f) ? -1 : patternNumber(f.data);
-        ASSERT_TRUE(f.whole && f.head.sec != 0 && (n >= 0 || isFacilityRecord(f))) << f.data.size();
+        const bool other = isFacilityRecord(f) || (faultRecords && f.data.rfind("fault n=", 0) == 0);
+        const int64_t n = other ? -1 : patternNumber(f.data);
+        ASSERT_TRUE(f.whole && f.head.sec != 0 && (n >= 0 || other)) << f.data.size();
         auto [it, first] = last.try_emplace({f.head.pid, f.head.tid}, n, t);
         ASSERT_TRUE(first || t >= it->second.second) << t << " after " << it->second.second;
         ASSERT_TRUE(first || n < 0 || n > it->second.first) << n << " after " << it->second.first;
@@ -328,4 +330,53 @@ TEST(LibConcurrency, AWriterHeldUpTooLongIsGivenUpAndStoresNothingMore)
         for (const std::string& text : texts)
             EXPECT_TRUE(isSlowWriterReport(text)) << text;
     }
+}
+
+// The first pattern number above `after` whose text has `bytes` bytes.
+uint32_t numberWithText(uint32_t after, std::size_t bytes)
+{
+    uint32_t n = after + 1;
+    while (patternText(n).size() != bytes)
+        ++n;
+    return n;
+}
+
+// In a buffer of one segment the writer that wraps it writes the filler
+// that closes the lap behind it, while the others go on behind its record.
+// Stopped before that filler, it holds them off the filler's place: the
+// record that would reach it is dropped, none is stored over it.
+TEST(LibConcurrency, TheOthersKeepOffTheFillerOfAWriterThatWrapsAOneSegmentBuffer)
+{
+    Instance instance;
+    TempDir dir;
+    OnArgs args;
+    args.bufferSize = 65536;
+    KeepProcessors keep;
+    runOn(sched_getcpu());
+    ASSERT_EQ(turnOn(args), 0);
+    uint32_t n = 999;
+    auto write = [&](std::size_t recordBytes) {
+        n = numberWithText(n, recordBytes - TRC_RECORD_MIN);
+        return writePattern(n);
+    };
+    // From offset 8: 654 records of 100 bytes and one of 72 leave 56 bytes,
+    // too few for the fault writer's record of 56 and the end mark behind it.
+    for (int i = 0; i < 654; ++i)
+        ASSERT_EQ(write(100), 0);
+    ASSERT_EQ(write(72), 0);
+    pid_t held = stoppedWriter("0");  // wrapped, before its filler at 65480
+    // Behind its record at 0: 654 records of 100 bytes end at 65456; one of
+    // 56 would reach the filler.
+    for (int i = 0; i < 654; ++i)
+        ASSERT_EQ(write(100), 0);
+    EXPECT_EQ(write(56), 1);
+    kill(held, SIGCONT);
+    int status = 0;
+    ASSERT_EQ(waitpid(held, &status, 0), held);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    ASSERT_EQ(write(100), 0);
+    Walked w = dumpAndWalk(dir);
+    checkDump(w, true);
+    ASSERT_FALSE(w.records.empty());
+    EXPECT_EQ(patternNumber(w.records.back().data), n);
 }

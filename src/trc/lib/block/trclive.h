@@ -41,8 +41,13 @@ struct Control {
     uint32_t takesAll;     // mask selects all, no filter: writers test nothing
     uint32_t laneCount;    // lanes behind the area; 0: writers store into the area
     // The ring word: where the next record goes and who may place one (see
-    // trcring.h). Every write changes it, so it has its cache line alone.
+    // trcring.h). Every write changes it, so it has its cache line, with
+    // only the tail guard beside it, which every write reads.
     alignas(64) uint64_t ring;
+    // In an area of one zone, the lap and offset of the filler that closes
+    // the area before a wrap while its writer has not written it yet, or 0:
+    // no record of that lap may reach it (trcring.h).
+    uint64_t tailGuard;
     // Losses not yet reported by a record of the facility, by cause, and all
     // losses since the trace began.
     alignas(64) uint32_t lostHeld;

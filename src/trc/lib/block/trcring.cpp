@@ -85,6 +85,38 @@ void ringGiveBackZone(Live& live, const Placement& p)
     __atomic_add_fetch(&live.control->committed[ringZoneOf(live, p.at)], due, __ATOMIC_RELEASE);
 }
 
+uint64_t ringTailGuardOf(const Live& live, const Placement& p)
+{
+    if (ringOwnFiller(live, p) == 0)
+        return 0;
+    return uint64_t{p.lap} << 32 | static_cast<uint32_t>(p.fillerAt);
+}
+
+void ringSetTailGuard(Live& live, uint64_t guard)
+{
+    __atomic_store_n(&live.control->tailGuard, guard, __ATOMIC_RELEASE);
+}
+
+void ringDropTailGuard(Live& live, uint64_t guard)
+{
+    // The writers that it held up start a new wait for what holds them next.
+    if (__atomic_compare_exchange_n(&live.control->tailGuard, &guard, uint64_t{0}, false, __ATOMIC_ACQ_REL,
+                                    __ATOMIC_RELAXED))
+        __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
+}
+
+bool ringPassTail(Live& live, const Placement& p, int32_t aligned)
+{
+    auto end = static_cast<uint32_t>(p.at + aligned + 4);
+    if (ringClearOfTail(live, p.lap, end))
+        return true;
+    uint64_t guard = __atomic_load_n(&live.control->tailGuard, __ATOMIC_ACQUIRE);
+    if (!stalledTooLong(live))
+        return false;
+    ringDropTailGuard(live, guard);
+    return true;
+}
+
 void ringCountCommit(Live& live, int32_t at, int32_t bytes)
 {
     __atomic_add_fetch(&live.control->committed[ringZoneOf(live, at)], static_cast<uint32_t>(bytes), __ATOMIC_RELEASE);
@@ -102,6 +134,7 @@ void ringRecount(Live& live, const RingState& state)
         __atomic_store_n(&live.control->committed[z], count, __ATOMIC_RELEASE);
         __atomic_store_n(&live.control->zoneLap[z], z <= endZone ? state.lap : above, __ATOMIC_RELEASE);
     }
+    __atomic_store_n(&live.control->tailGuard, uint64_t{0}, __ATOMIC_RELEASE);
     __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
 }
 
@@ -172,11 +205,16 @@ bool ringOwns(const Live& live, int32_t at, uint16_t lap)
 bool ringWriteFillerBefore(Live& live, const Placement& p, bool owned)
 {
     uint16_t lap = p.at < p.fillerAt ? previousLap(p.lap) : p.lap;
-    // A filler in the zone of its record is owned with the record's place.
-    bool sameZone = ringZoneOf(live, p.fillerAt) == ringZoneOf(live, p.at);
-    if (owned && !ringOwns(live, p.fillerAt, sameZone ? p.lap : lap))
+    // The filler that wraps an area of one zone is owned while its guard
+    // stands; any other while the zone it closes is the writer's.
+    uint64_t guard = owned ? ringTailGuardOf(live, p) : 0;
+    if (guard != 0 && __atomic_load_n(&live.control->tailGuard, __ATOMIC_ACQUIRE) != guard)
+        return false;
+    if (owned && guard == 0 && !ringOwns(live, p.fillerAt, lap))
         return false;
     ringWriteFiller(live, p.fillerAt, p.fillerSize, lap);
+    if (guard != 0)
+        ringDropTailGuard(live, guard);
     return true;
 }
 

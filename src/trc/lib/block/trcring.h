@@ -30,6 +30,13 @@
 // 50 ms (stopped, or killed) is given up, as a reader gives it up: the zone
 // is then claimed all the same.
 //
+// In an area of one zone the zone claim cannot cover the filler that closes
+// the area before a wrap: the writer that wraps claims the zone for its own
+// record and writes that filler itself, while the others go on from its
+// record onwards. So it sets the tail guard before its swap, and no record
+// of the new lap may reach the filler's place until the filler is written.
+// A guard held for more than 50 ms is given up like a zone.
+//
 // Every claim also notes the lap in which the zone was entered. A writer
 // looks at its zone's lap before each store of its record's structure and
 // before its data: once the others have entered the zone again, its place
@@ -173,6 +180,24 @@ void ringGiveBackZone(Live& live, const Placement& p);
 // taken into the claim, so its writer does not count them again; in an area
 // of several zones a filler is counted in the zone it closes.
 int32_t ringOwnFiller(const Live& live, const Placement& p);
+
+// The tail guard of place `p`, 0 for a place that needs none: a place that
+// wraps an area of one zone.
+uint64_t ringTailGuardOf(const Live& live, const Placement& p);
+// Sets the guard before the swap that takes the place, and lets it go when
+// the swap fails or once the filler is written.
+void ringSetTailGuard(Live& live, uint64_t guard);
+void ringDropTailGuard(Live& live, uint64_t guard);
+// True when a record of `lap` that ends, with the end mark behind it, at
+// `end` keeps clear of the guarded filler.
+inline bool ringClearOfTail(const Live& live, uint16_t lap, uint32_t end)
+{
+    uint64_t guard = __atomic_load_n(&live.control->tailGuard, __ATOMIC_ACQUIRE);
+    return guard == 0 || static_cast<uint16_t>(guard >> 32) != lap || end <= static_cast<uint32_t>(guard);
+}
+// As ringClearOfTail for place `p` of `aligned` bytes; a guard held too
+// long is given up (the writer holding it stores no filler then).
+bool ringPassTail(Live& live, const Placement& p, int32_t aligned);
 
 // Counts a committed slot in its zone; writers call it after the commit.
 void ringCountCommit(Live& live, int32_t at, int32_t bytes);

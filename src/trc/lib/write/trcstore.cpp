@@ -204,6 +204,19 @@ bool claimZones(Live& live, const Placement* places, int count, int& claimed)
     return true;
 }
 
+// Sets (or, after a failed swap, lets go) the tail guards that the places
+// need.
+void setTailGuards(Live& live, const Placement* places, int count, bool set)
+{
+    for (int i = 0; i < count; ++i) {
+        uint64_t guard = ringTailGuardOf(live, places[i]);
+        if (guard != 0 && set)
+            ringSetTailGuard(live, guard);
+        else if (guard != 0)
+            ringDropTailGuard(live, guard);
+    }
+}
+
 // Takes places for `count` records of the given sizes, in order, with one
 // swap of the ring word. Clears the loss flag when `reportsLoss`. A reader
 // that holds the ring (`holding`) may place records all the same.
@@ -227,12 +240,16 @@ Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial,
         for (int i = 0; i < count; ++i) {
             if (!ringPlace(live, next, aligned[i], keepInitial, out[i]))
                 return Refusal::full;
+            if (!ringPassTail(live, out[i], aligned[i]))
+                return Refusal::busy;
         }
         int claimed = 0;
         if (!claimZones(live, out, count, claimed))
             return Refusal::busy;
+        setTailGuards(live, out, count, true);
         if (casRing(live, word, next.encode()))
             return Refusal::none;
+        setTailGuards(live, out, count, false);
         giveBackZones(live, out, claimed);
     }
 }
@@ -351,7 +368,8 @@ bool fitsQuickly(const Live& live, uint64_t word, int32_t aligned)
         return false;
     uint32_t segmentEnd =
         (end & ~static_cast<uint32_t>(live.segmentSize - 1)) + static_cast<uint32_t>(live.segmentSize);
-    return static_cast<uint32_t>(aligned) + 4 <= segmentEnd - end;
+    return static_cast<uint32_t>(aligned) + 4 <= segmentEnd - end &&
+           ringClearOfTail(live, static_cast<uint16_t>(word >> 32), end + static_cast<uint32_t>(aligned) + 4);
 }
 
 // The common case on the raw ring word: nobody holds the trace, nothing to
