@@ -68,12 +68,16 @@ bool ringEnterZone(Live& live, const Placement& p)
     bool claimed = false;
     while (!claimed && seen >= due)
         claimed = __atomic_compare_exchange_n(count, &seen, seen - due, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
-    // The writer still inside is stopped or gone: its place is given up.
+    // The writer still inside is stopped or gone: its place is given up,
+    // and so is the guard of a filler that it has still to write.
+    bool gaveUp = false;
     if (!claimed)
-        claimed = stalledTooLong(live) &&
-                  __atomic_compare_exchange_n(count, &seen, 0u, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+        claimed = gaveUp = stalledTooLong(live) &&
+                           __atomic_compare_exchange_n(count, &seen, 0u, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
     if (!claimed)
         return false;
+    if (gaveUp)
+        __atomic_store_n(&live.control->tailGuard, uint64_t{0}, __ATOMIC_RELEASE);
     __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
     __atomic_store_n(&live.control->zoneLap[zone], p.lap, __ATOMIC_RELEASE);
     return true;
