@@ -249,3 +249,26 @@ TEST(LibRing, AStrayRingWordEmptiesTheAreaAndWritersGoOn)
     ASSERT_EQ(w.records.size(), 1u);
     EXPECT_EQ(patternNumber(w.records[0].data), 100);
 }
+
+// Two writers take places from one ring word in an area of one zone: one
+// behind the end, one that wraps and claims the zone. The swap of the first
+// wins; the claim of the second, given back, entered nothing, and the
+// winner's place stays its own.
+TEST(LibRing, AClaimWhoseSwapFailsLeavesThePlacesOfTheLapToTheirWriters)
+{
+    Area a(4096);
+    for (int64_t n = 0; a.end() < 4096 - 200; ++n)
+        place(a, n);
+    settle(a);  // the zone's count as writers leave it
+    uint64_t word = kelvo::loadRing(a.live);
+    kelvo::RingState small = kelvo::RingState::decode(word), large = small;
+    kelvo::Placement behind, wrapping;
+    ASSERT_TRUE(kelvo::ringPlace(a.live, small, 48, false, behind));
+    ASSERT_TRUE(kelvo::ringPlace(a.live, large, 400, false, wrapping));
+    ASSERT_TRUE(kelvo::ringEntersZone(a.live, wrapping) && kelvo::ringEnterZone(a.live, wrapping));
+    ASSERT_TRUE(kelvo::casRing(a.live, word, small.encode()));
+    kelvo::ringGiveBackZone(a.live, wrapping);
+    kelvo::RecordFields f{1u << 24 | 30u << 16, 0, 0, 1, 1, -1, 0, 1, 0, nullptr, 0};
+    EXPECT_TRUE(kelvo::ringWriteRecord(a.live, behind.at, behind.lap, f, 48, true));
+    EXPECT_TRUE(kelvo::ringOwns(a.live, behind.at, behind.lap));
+}

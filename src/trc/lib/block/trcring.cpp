@@ -79,8 +79,12 @@ bool ringEnterZone(Live& live, const Placement& p)
     if (gaveUp)
         __atomic_store_n(&live.control->tailGuard, uint64_t{0}, __ATOMIC_RELEASE);
     __atomic_store_n(&live.control->stallSince, int64_t{0}, __ATOMIC_RELAXED);
-    __atomic_store_n(&live.control->zoneLap[zone], p.lap, __ATOMIC_RELEASE);
     return true;
+}
+
+void ringNoteEntered(Live& live, const Placement& p)
+{
+    __atomic_store_n(&live.control->zoneLap[ringZoneOf(live, p.at)], p.lap, __ATOMIC_RELEASE);
 }
 
 void ringGiveBackZone(Live& live, const Placement& p)
@@ -203,7 +207,7 @@ void ringWriteFiller(Live& live, int32_t at, int32_t size, uint16_t lap)
 
 bool ringOwns(const Live& live, int32_t at, uint16_t lap)
 {
-    return __atomic_load_n(&live.control->zoneLap[ringZoneOf(live, at)], __ATOMIC_ACQUIRE) == lap;
+    return ringLapOwns(__atomic_load_n(&live.control->zoneLap[ringZoneOf(live, at)], __ATOMIC_ACQUIRE), lap);
 }
 
 bool ringWriteFillerBefore(Live& live, const Placement& p, bool owned)
@@ -225,7 +229,7 @@ bool ringWriteFillerBefore(Live& live, const Placement& p, bool owned)
 bool ringWriteRecord(Live& live, int32_t at, uint16_t lap, const RecordFields& f, int32_t length, bool owned)
 {
     const uint16_t* zoneLap = owned ? &live.control->zoneLap[ringZoneOf(live, at)] : &lap;
-    auto owns = [&] { return __atomic_load_n(zoneLap, __ATOMIC_ACQUIRE) == lap; };
+    auto owns = [&] { return ringLapOwns(__atomic_load_n(zoneLap, __ATOMIC_ACQUIRE), lap); };
     auto stillOwned = [&] {
         hook();
         return owns();

@@ -37,10 +37,10 @@
 // of the new lap may reach the filler's place until the filler is written.
 // A guard held for more than 50 ms is given up like a zone.
 //
-// Every claim also notes the lap in which the zone was entered. A writer
-// looks at its zone's lap before each store of its record's structure and
-// before its data: once the others have entered the zone again, its place
-// holds their records, and a writer that was given up and goes on (a
+// The writer whose place enters a zone notes, right after its swap, the lap
+// in which it entered it. A writer looks at its zone's lap before each store
+// of its record's structure and before its data: once the others have
+// entered the zone again, its place holds their records, and a writer that was given up and goes on (a
 // debugger let it go) stores nothing more and counts its record as lost.
 // Only a writer stopped in the few stores between two looks (its fixed
 // fields, or its data) can still land those bytes on newer records; closing
@@ -174,6 +174,14 @@ inline bool ringEntersZone(const Live& live, const Placement& p)
 // swap of the ring word then fails is given back.
 bool ringEnterZone(Live& live, const Placement& p);
 void ringGiveBackZone(Live& live, const Placement& p);
+// Notes the lap of place `p` as the lap its zone was entered in; only after
+// the swap that took the place, since a claim whose swap fails enters
+// nothing.
+void ringNoteEntered(Live& live, const Placement& p);
+// True when `seen`, a zone's lap, leaves a place of `lap` in it to its
+// writer: the zone was entered in that lap, or the writer that entered it
+// has yet to note it (right after its swap).
+inline bool ringLapOwns(uint16_t seen, uint16_t lap) { return seen == lap || seen == previousLap(lap); }
 
 // The bytes of the filler before `p` that lie in the zone it enters: in an
 // area of one zone, the filler that closes it before the wrap. They are

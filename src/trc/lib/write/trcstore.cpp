@@ -247,8 +247,12 @@ Refusal reserve(Live& live, const int32_t* aligned, int count, bool keepInitial,
         if (!claimZones(live, out, count, claimed))
             return Refusal::busy;
         setTailGuards(live, out, count, true);
-        if (casRing(live, word, next.encode()))
+        if (casRing(live, word, next.encode())) {
+            for (int i = 0; i < count; ++i)
+                if (ringEntersZone(live, out[i]))
+                    ringNoteEntered(live, out[i]);
             return Refusal::none;
+        }
         setTailGuards(live, out, count, false);
         giveBackZones(live, out, claimed);
     }
