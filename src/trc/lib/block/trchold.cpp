@@ -143,20 +143,9 @@ bool mergeUnlessRead(Live& live, uint8_t* aside)
 // mergeUnlessRead); one reader at a time does it, the others wait for it.
 bool settle(Live& live, uint8_t* aside)
 {
+    if (!settlerTake(live))
+        return false;  // go on over what is there; the tool reads it safely
     auto pid = static_cast<int32_t>(getpid());
-    int32_t* settler = &live.control->settler;
-    int64_t until = monotonicNs() + settlerWaitNs;
-    for (;;) {
-        int32_t owner = 0;
-        if (__atomic_compare_exchange_n(settler, &owner, pid, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
-            break;
-        if (owner != pid && !alive(owner))
-            __atomic_compare_exchange_n(settler, &owner, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED);
-        else if (monotonicNs() >= until)
-            return false;  // go on over what is there; the tool reads it safely
-        else
-            nap();
-    }
     bool asideFilled = false;
     if (live.laneCount != 0) {
         asideFilled = mergeUnlessRead(live, aside);
@@ -166,11 +155,31 @@ bool settle(Live& live, uint8_t* aside)
         ringSettle(live, settleWaitNs);
         __atomic_store_n(&live.control->settled, loadRing(live) & ~notAreaBits, __ATOMIC_RELEASE);
     }
-    __atomic_store_n(settler, 0, __ATOMIC_RELEASE);
+    settlerGive(live);
     return asideFilled;
 }
 
 }  // namespace
+
+bool settlerTake(Live& live)
+{
+    auto pid = static_cast<int32_t>(getpid());
+    int32_t* settler = &live.control->settler;
+    int64_t until = monotonicNs() + settlerWaitNs;
+    for (;;) {
+        int32_t owner = 0;
+        if (__atomic_compare_exchange_n(settler, &owner, pid, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
+            return true;
+        if (owner != pid && !alive(owner))
+            __atomic_compare_exchange_n(settler, &owner, 0, false, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED);
+        else if (monotonicNs() >= until)
+            return false;
+        else
+            nap();
+    }
+}
+
+void settlerGive(Live& live) { __atomic_store_n(&live.control->settler, 0, __ATOMIC_RELEASE); }
 
 bool holdLanes(Live& live)
 {

@@ -30,6 +30,12 @@ constexpr int64_t settlerWaitNs = 10'000'000'000;
 int holdTake(Live& live, uint8_t* aside = nullptr, bool* asideFilled = nullptr);
 void holdRelease(Live& live);
 
+// The settler: one process at a time puts the area or the lanes in order,
+// merges them, or clears them. Waits at most settlerWaitNs for another;
+// false when it is still at work then.
+bool settlerTake(Live& live);
+void settlerGive(Live& live);
+
 // Holds every lane for a moment, so that no writer takes a place in one:
 // false, with none held, when one cannot be held.
 bool holdLanes(Live& live);

@@ -62,6 +62,11 @@ int clearTrace()
     if (rc != 0)
         return rc;
     rc = holdAlone(*live, clearSeconds);
+    // As the settler: a reader that comes now neither settles nor merges the
+    // lanes (into the area, or into a dump's copy) while they are emptied.
+    if (rc == 0 && !settlerTake(*live))
+        rc = EAGAIN;
+    bool settling = rc == 0;
     if (rc == 0 && !holdLanes(*live))
         rc = EAGAIN;
     if (rc == 0) {
@@ -73,6 +78,8 @@ int clearTrace()
             storeRelaxed(live->fileHeader->traceFull, int32_t{0});
         bumpGeneration(*live);
     }
+    if (settling)
+        settlerGive(*live);
     holdRelease(*live);
     return rc;
 }
