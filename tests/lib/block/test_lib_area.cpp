@@ -272,3 +272,24 @@ TEST(LibRing, AClaimWhoseSwapFailsLeavesThePlacesOfTheLapToTheirWriters)
     EXPECT_TRUE(kelvo::ringWriteRecord(a.live, behind.at, behind.lap, f, 48, true));
     EXPECT_TRUE(kelvo::ringOwns(a.live, behind.at, behind.lap));
 }
+
+// A wait that writers began long ago for another place, and nobody
+// cleared, gives up no writer: the loser of a race for the place that wraps
+// the area finds its zone claimed and gives the winner up only after a
+// wait of its own.
+TEST(LibRing, AnOldWaitForAnotherPlaceGivesNobodyUp)
+{
+    Area a(4096);
+    for (int64_t n = 0; a.end() < 4096 - 200; ++n)
+        place(a, n);
+    settle(a);
+    kelvo::RingState winner = kelvo::RingState::decode(kelvo::loadRing(a.live)), loser = winner;
+    kelvo::Placement won, lost;
+    ASSERT_TRUE(kelvo::ringPlace(a.live, winner, 400, false, won));
+    ASSERT_TRUE(kelvo::ringPlace(a.live, loser, 400, false, lost));
+    ASSERT_TRUE(kelvo::ringEnterZone(a.live, won));
+    a.control.stallSince = 1;  // long before now
+    a.control.stallKey = 12345;
+    EXPECT_FALSE(kelvo::ringEnterZone(a.live, lost));
+    EXPECT_FALSE(kelvo::ringEnterZone(a.live, lost));  // its own wait has just begun
+}

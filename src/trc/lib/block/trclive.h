@@ -66,6 +66,9 @@ struct Control {
     // When writers first found the zone ahead unfinished (coarse monotonic
     // ns), or 0.
     int64_t stallSince;
+    // What the writers wait for since then: the lap and offset of the place
+    // that they cannot take. A wait for another place starts anew.
+    uint64_t stallKey;
     // With lanes: the processes that read the area as the last merge left
     // it, which no merge may change under them.
     int32_t readers[maxHolders];

@@ -38,18 +38,27 @@ int32_t zoneBytes(const Live& live, int32_t zone)
     return static_cast<int32_t>(std::min<int64_t>(size, live.bufferSize - start));
 }
 
-// True once writers have found the zone ahead unfinished for longer than
-// its writer may take. A time that cannot be (a stray write) starts again.
-bool stalledTooLong(Live& live)
+// True once writers have found the place `key` (lap and offset) held up
+// for longer than its writer may take. A time that cannot be (a stray
+// write) starts the wait anew, and so does a wait that began as long ago
+// for another place: one that a writer found taken as it lost a race, and
+// that nobody cleared. While another place's wait is younger, that one is
+// given up first.
+bool stalledTooLong(Live& live, uint64_t key)
 {
     int64_t now = coarseNs();
     int64_t since = __atomic_load_n(&live.control->stallSince, __ATOMIC_RELAXED);
-    if (since <= 0 || since > now) {
+    bool same = __atomic_load_n(&live.control->stallKey, __ATOMIC_RELAXED) == key;
+    bool over = since > 0 && since <= now && now - since >= stallGiveUpNs;
+    if (since <= 0 || since > now || (!same && over)) {
+        __atomic_store_n(&live.control->stallKey, key, __ATOMIC_RELAXED);
         __atomic_compare_exchange_n(&live.control->stallSince, &since, now, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED);
         return false;
     }
-    return now - since >= stallGiveUpNs;
+    return same && over;
 }
+
+uint64_t placeKey(const Placement& p) { return uint64_t{p.lap} << 32 | static_cast<uint32_t>(p.at); }
 
 }  // namespace
 
@@ -72,7 +81,7 @@ bool ringEnterZone(Live& live, const Placement& p)
     // and so is the guard of a filler that it has still to write.
     bool gaveUp = false;
     if (!claimed)
-        claimed = gaveUp = stalledTooLong(live) &&
+        claimed = gaveUp = stalledTooLong(live, placeKey(p)) &&
                            __atomic_compare_exchange_n(count, &seen, 0u, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
     if (!claimed)
         return false;
@@ -119,7 +128,7 @@ bool ringPassTail(Live& live, const Placement& p, int32_t aligned)
     if (ringClearOfTail(live, p.lap, end))
         return true;
     uint64_t guard = __atomic_load_n(&live.control->tailGuard, __ATOMIC_ACQUIRE);
-    if (!stalledTooLong(live))
+    if (!stalledTooLong(live, guard))
         return false;
     ringDropTailGuard(live, guard);
     return true;
