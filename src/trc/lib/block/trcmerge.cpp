@@ -293,6 +293,11 @@ void lanesGatherAside(Live& live, uint8_t* aside, int64_t waitNs)
     view.area = aside;
     view.fileHeader = nullptr;
     merge(view);
+    // An area that has not wrapped is written up to its end mark only: the
+    // rest of the copy must not carry whatever the reader's memory held.
+    RingState s = RingState::decode(control.ring);
+    if (!s.wrapped && s.end < static_cast<uint32_t>(live.bufferSize))
+        std::memset(aside + s.end, 0, static_cast<std::size_t>(live.bufferSize) - s.end);
 }
 
 }  // namespace kelvo
