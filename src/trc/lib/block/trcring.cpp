@@ -221,7 +221,7 @@ bool ringOwns(const Live& live, int32_t at, uint16_t lap)
 
 bool ringWriteFillerBefore(Live& live, const Placement& p, bool owned)
 {
-    uint16_t lap = p.at < p.fillerAt ? previousLap(p.lap) : p.lap;
+    uint16_t lap = ringFillerLap(p);
     // The filler that wraps an area of one zone is owned while its guard
     // stands; any other while the zone it closes is the writer's.
     uint64_t guard = owned ? ringTailGuardOf(live, p) : 0;

@@ -118,6 +118,10 @@ struct Placement {
     uint16_t lap = 0;        // of the record placed at `at`
 };
 
+// The lap of the filler before place `p`: a filler that closes the area
+// belongs to the lap before the wrap.
+inline uint16_t ringFillerLap(const Placement& p) { return p.at < p.fillerAt ? previousLap(p.lap) : p.lap; }
+
 // True when a record can start at `state.end`; only a stray write into the
 // control page makes it false.
 inline bool ringEndUsable(const Live& live, const RingState& state)

@@ -307,7 +307,9 @@ bool writePlaced(Live& live, const Placement& p, const RecordSource& record, int
     if (p.fillerSize != 0) {
         if (!ringWriteFillerBefore(live, p, true))
             return false;
-        if (ringOwnFiller(live, p) == 0)
+        // Given up once the filler was written: the zone's count is the
+        // others' now.
+        if (ringOwnFiller(live, p) == 0 && ringOwns(live, p.fillerAt, ringFillerLap(p)))
             ringCountCommit(live, p.fillerAt, p.fillerSize);
     }
     return writeRecord(live, p, record, length, stamp);
