@@ -134,9 +134,11 @@ bool ringPassTail(Live& live, const Placement& p, int32_t aligned)
     return true;
 }
 
-void ringCountCommit(Live& live, int32_t at, int32_t bytes)
+void ringCountCommit(Live& live, int32_t at, uint16_t lap, int32_t bytes)
 {
-    __atomic_add_fetch(&live.control->committed[ringZoneOf(live, at)], static_cast<uint32_t>(bytes), __ATOMIC_RELEASE);
+    if (ringOwns(live, at, lap))
+        __atomic_add_fetch(&live.control->committed[ringZoneOf(live, at)], static_cast<uint32_t>(bytes),
+                           __ATOMIC_RELEASE);
 }
 
 void ringRecount(Live& live, const RingState& state)

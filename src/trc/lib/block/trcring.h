@@ -40,8 +40,9 @@
 // The writer whose place enters a zone notes, right after its swap, the lap
 // in which it entered it. A writer looks at its zone's lap before each store
 // of its record's structure and before its data: once the others have
-// entered the zone again, its place holds their records, and a writer that was given up and goes on (a
-// debugger let it go) stores nothing more and counts its record as lost.
+// entered the zone again, its place holds their records, and a writer that
+// was given up and goes on (a debugger let it go) stores nothing more and
+// counts its record as lost.
 // Only a writer stopped in the few stores between two looks (its fixed
 // fields, or its data) can still land those bytes on newer records; closing
 // that gap needs the kernel's help (restartable sequences), which the
@@ -211,8 +212,10 @@ inline bool ringClearOfTail(const Live& live, uint16_t lap, uint32_t end)
 // long is given up (the writer holding it stores no filler then).
 bool ringPassTail(Live& live, const Placement& p, int32_t aligned);
 
-// Counts a committed slot in its zone; writers call it after the commit.
-void ringCountCommit(Live& live, int32_t at, int32_t bytes);
+// Counts a committed slot of `lap` in its zone; writers call it after the
+// commit. A writer given up meanwhile counts nothing: the zone's count is
+// the others' now.
+void ringCountCommit(Live& live, int32_t at, uint16_t lap, int32_t bytes);
 
 // Sets the zone counts for an area in order whose end mark is at `end`:
 // every zone whole but the end mark's, which holds what lies below it. The
@@ -220,8 +223,8 @@ void ringCountCommit(Live& live, int32_t at, int32_t bytes);
 // in the lap before when the area has wrapped.
 void ringRecount(Live& live, const RingState& state);
 
-// True while the zone of offset `at` was last entered in `lap`: a place
-// taken there in that lap is still its writer's.
+// True while a place taken in `lap` at offset `at` is still its writer's:
+// its zone has not been entered again since (ringLapOwns).
 bool ringOwns(const Live& live, int32_t at, uint16_t lap);
 
 // Largest length of a record that a segment can hold.

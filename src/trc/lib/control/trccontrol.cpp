@@ -50,6 +50,21 @@ int removeTrace()
     return retireBlock();
 }
 
+// Empties the lanes and the area of a trace held alone, as the settler.
+int emptyTrace(Live& live)
+{
+    if (!holdLanes(live))
+        return EAGAIN;
+    lanesClear(live, settleWaitNs);
+    releaseLanes(live);
+    ringReset(live);
+    storeRelaxed(live.header->traceFull, int32_t{0});
+    if (live.fileHeader != nullptr)
+        storeRelaxed(live.fileHeader->traceFull, int32_t{0});
+    bumpGeneration(live);
+    return 0;
+}
+
 int clearTrace()
 {
     Live* live = nullptr;
@@ -64,22 +79,12 @@ int clearTrace()
     rc = holdAlone(*live, clearSeconds);
     // As the settler: a reader that comes now neither settles nor merges the
     // lanes (into the area, or into a dump's copy) while they are emptied.
-    if (rc == 0 && !settlerTake(*live))
-        rc = EAGAIN;
-    bool settling = rc == 0;
-    if (rc == 0 && !holdLanes(*live))
-        rc = EAGAIN;
-    if (rc == 0) {
-        lanesClear(*live, settleWaitNs);
-        releaseLanes(*live);
-        ringReset(*live);
-        storeRelaxed(live->header->traceFull, int32_t{0});
-        if (live->fileHeader != nullptr)
-            storeRelaxed(live->fileHeader->traceFull, int32_t{0});
-        bumpGeneration(*live);
-    }
-    if (settling)
+    if (rc == 0 && settlerTake(*live)) {
+        rc = emptyTrace(*live);
         settlerGive(*live);
+    } else if (rc == 0) {
+        rc = EAGAIN;
+    }
     holdRelease(*live);
     return rc;
 }

@@ -293,10 +293,7 @@ bool writeRecord(Live& live, const Placement& p, const RecordSource& record, int
                         record.length};
     if (!ringWriteRecord(live, p.at, p.lap, fields, length, true))
         return false;
-    // Given up after its commit: the record was whole, and the zone's count
-    // is the others' now.
-    if (ringOwns(live, p.at, p.lap))
-        ringCountCommit(live, p.at, trcAligned(length));
+    ringCountCommit(live, p.at, p.lap, trcAligned(length));
     return true;
 }
 
@@ -307,10 +304,8 @@ bool writePlaced(Live& live, const Placement& p, const RecordSource& record, int
     if (p.fillerSize != 0) {
         if (!ringWriteFillerBefore(live, p, true))
             return false;
-        // Given up once the filler was written: the zone's count is the
-        // others' now.
-        if (ringOwnFiller(live, p) == 0 && ringOwns(live, p.fillerAt, ringFillerLap(p)))
-            ringCountCommit(live, p.fillerAt, p.fillerSize);
+        if (ringOwnFiller(live, p) == 0)
+            ringCountCommit(live, p.fillerAt, ringFillerLap(p), p.fillerSize);
     }
     return writeRecord(live, p, record, length, stamp);
 }
